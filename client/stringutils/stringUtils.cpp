@@ -4,6 +4,9 @@
 #include <cstdlib>
 #include <limits>
 
+// The by-value parameters below are part of the exported signatures and stay so.
+// NOLINTBEGIN(performance-unnecessary-value-param)
+
 namespace stringUtils {
 
 const char* WHITESPACE = " \n\r\t";
@@ -64,3 +67,5 @@ std::vector<std::string> split(const std::string& s, std::string delimiters) {
 }
 
 }  // namespace stringUtils
+
+// NOLINTEND(performance-unnecessary-value-param)

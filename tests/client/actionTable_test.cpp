@@ -88,15 +88,25 @@ struct OpcodeTable {
 
 TEST(OpcodeTablesTest, ValuesAndSizes) {
     const OpcodeTable tables[] = {
-            {"opCodeTargetLoad", opCodeTargetLoad, std::size(opCodeTargetLoad),
+            {"opCodeTargetLoad",
+             opCodeTargetLoad,
+             std::size(opCodeTargetLoad),
              {0x010108A0, 0x010108B0, 0x010108C0}},
-            {"opCodeAdpXpuCoreBoost", opCodeAdpXpuCoreBoost, std::size(opCodeAdpXpuCoreBoost),
+            {"opCodeAdpXpuCoreBoost",
+             opCodeAdpXpuCoreBoost,
+             std::size(opCodeAdpXpuCoreBoost),
              {0x01010B10, 0x01010B20, 0x01010B30, 0x01020070}},
-            {"opCodeAdpXpuCoreLimit", opCodeAdpXpuCoreLimit, std::size(opCodeAdpXpuCoreLimit),
+            {"opCodeAdpXpuCoreLimit",
+             opCodeAdpXpuCoreLimit,
+             std::size(opCodeAdpXpuCoreLimit),
              {0x01010B90, 0x01010BA0, 0x01010BB0, 0x01020080}},
-            {"opCodeAdpXpuFreqBoost", opCodeAdpXpuFreqBoost, std::size(opCodeAdpXpuFreqBoost),
+            {"opCodeAdpXpuFreqBoost",
+             opCodeAdpXpuFreqBoost,
+             std::size(opCodeAdpXpuFreqBoost),
              {0x01010010, 0x01010020, 0x01010030, 0x01020050}},
-            {"opCodeAdpXpuFreqLimit", opCodeAdpXpuFreqLimit, std::size(opCodeAdpXpuFreqLimit),
+            {"opCodeAdpXpuFreqLimit",
+             opCodeAdpXpuFreqLimit,
+             std::size(opCodeAdpXpuFreqLimit),
              {0x010100A0, 0x010100B0, 0x010100C0, 0x01020060}},
     };
     for (const OpcodeTable& t : tables) {

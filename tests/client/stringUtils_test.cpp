@@ -30,8 +30,7 @@ TEST_P(SplitTest, CutsAtEveryDelimiterCharacter) {
 INSTANTIATE_TEST_SUITE_P(
         Cases, SplitTest,
         ::testing::Values(
-                SplitCase{"EmptyText", "", ",", {}},
-                SplitCase{"OnlyDelimiters", ",,,", ",", {}},
+                SplitCase{"EmptyText", "", ",", {}}, SplitCase{"OnlyDelimiters", ",,,", ",", {}},
                 SplitCase{"EmptyTextEmptySet", "", "", {}},
                 SplitCase{"LeadingTrailingAndRuns", ",a,,b,", ",", {"a", "b"}},
                 SplitCase{"EmptySetKeepsWholeText", "a b", "", {"a b"}},
@@ -65,20 +64,20 @@ TEST_P(ParseIntTest, ConvertsBase10) {
 
 INSTANTIATE_TEST_SUITE_P(
         Cases, ParseIntTest,
-        ::testing::Values(
-                ParseCase{"Plain", "42", 42}, ParseCase{"LeadingBlanks", "  42", 42},
-                ParseCase{"LeadingTabAndNewline", "\t\n7", 7},
-                ParseCase{"NegativeWithJunk", "-7x", -7}, ParseCase{"PlusSign", "+15", 15},
-                ParseCase{"TrailingJunk", "12abc", 12}, ParseCase{"HexIsNotRead", "0x10", 0},
-                ParseCase{"Empty", "", 0}, ParseCase{"Junk", "x", 0},
-                ParseCase{"SignOnly", "-", 0}, ParseCase{"BlanksOnly", "   ", 0},
-                ParseCase{"BlankAfterSign", "- 5", 0}, ParseCase{"Zero", "-0", 0},
-                ParseCase{"Int32Max", "2147483647", std::numeric_limits<int32_t>::max()},
-                ParseCase{"Int32Min", "-2147483648", std::numeric_limits<int32_t>::min()},
-                ParseCase{"AboveInt32", "2147483648", 0},
-                ParseCase{"BelowInt32", "-2147483649", 0},
-                ParseCase{"BeyondInt64", "99999999999999999999999", 0},
-                ParseCase{"LeadingZeros", "007", 7}),
+        ::testing::Values(ParseCase{"Plain", "42", 42}, ParseCase{"LeadingBlanks", "  42", 42},
+                          ParseCase{"LeadingTabAndNewline", "\t\n7", 7},
+                          ParseCase{"NegativeWithJunk", "-7x", -7},
+                          ParseCase{"PlusSign", "+15", 15}, ParseCase{"TrailingJunk", "12abc", 12},
+                          ParseCase{"HexIsNotRead", "0x10", 0}, ParseCase{"Empty", "", 0},
+                          ParseCase{"Junk", "x", 0}, ParseCase{"SignOnly", "-", 0},
+                          ParseCase{"BlanksOnly", "   ", 0}, ParseCase{"BlankAfterSign", "- 5", 0},
+                          ParseCase{"Zero", "-0", 0},
+                          ParseCase{"Int32Max", "2147483647", std::numeric_limits<int32_t>::max()},
+                          ParseCase{"Int32Min", "-2147483648", std::numeric_limits<int32_t>::min()},
+                          ParseCase{"AboveInt32", "2147483648", 0},
+                          ParseCase{"BelowInt32", "-2147483649", 0},
+                          ParseCase{"BeyondInt64", "99999999999999999999999", 0},
+                          ParseCase{"LeadingZeros", "007", 7}),
         [](const ::testing::TestParamInfo<ParseCase>& info) { return info.param.name; });
 
 TEST(ValueOfTest, DecimalTextWithoutPadding) {
@@ -128,18 +127,17 @@ TEST_P(TrimTest, RemovesSetMembersAtTheEnds) {
 
 INSTANTIATE_TEST_SUITE_P(
         Cases, TrimTest,
-        ::testing::Values(
-                TrimCase{"ControlCharacters", " \t x y \r\n", " \n\r\t", "x y \r\n", " \t x y",
-                         "x y"},
-                TrimCase{"FormFeedIsNotWhitespace", "\f", " \n\r\t", "\f", "\f", "\f"},
-                TrimCase{"VerticalTabIsNotWhitespace", "\va\v", " \n\r\t", "\va\v", "\va\v",
-                         "\va\v"},
-                TrimCase{"BlanksOnly", "    ", " \n\r\t", "", "", ""},
-                TrimCase{"EmptyText", "", " \n\r\t", "", "", ""},
-                TrimCase{"EmptySetCopies", "  a  ", "", "  a  ", "  a  ", "  a  "},
-                TrimCase{"InnerMembersStay", "--a-b--", "-", "a-b--", "--a-b", "a-b"},
-                TrimCase{"NothingToTrim", "abc", " ", "abc", "abc", "abc"},
-                TrimCase{"SetOrderIrrelevant", "xyaxy", "yx", "axy", "xya", "a"}),
+        ::testing::Values(TrimCase{"ControlCharacters", " \t x y \r\n", " \n\r\t", "x y \r\n",
+                                   " \t x y", "x y"},
+                          TrimCase{"FormFeedIsNotWhitespace", "\f", " \n\r\t", "\f", "\f", "\f"},
+                          TrimCase{"VerticalTabIsNotWhitespace", "\va\v", " \n\r\t", "\va\v",
+                                   "\va\v", "\va\v"},
+                          TrimCase{"BlanksOnly", "    ", " \n\r\t", "", "", ""},
+                          TrimCase{"EmptyText", "", " \n\r\t", "", "", ""},
+                          TrimCase{"EmptySetCopies", "  a  ", "", "  a  ", "  a  ", "  a  "},
+                          TrimCase{"InnerMembersStay", "--a-b--", "-", "a-b--", "--a-b", "a-b"},
+                          TrimCase{"NothingToTrim", "abc", " ", "abc", "abc", "abc"},
+                          TrimCase{"SetOrderIrrelevant", "xyaxy", "yx", "axy", "xya", "a"}),
         [](const ::testing::TestParamInfo<TrimCase>& info) { return info.param.name; });
 
 TEST(TrimTest, WhitespaceConstantTrimsRealControlCharacters) {
@@ -155,10 +153,10 @@ struct ContainsCase {
 
 TEST(ContainsTest, SubstringEdges) {
     const ContainsCase cases[] = {
-            {"abc", "", true},      {"", "", true},        {"", "a", false},
-            {"ab", "abc", false},   {"abc", "abc", true},  {"abc", "bc", true},
-            {"abc", "ac", false},   {"ABC", "b", false},   {"xTALVEN_y", "TALVEN_", true},
-            {"aaab", "aab", true},  {"ab", "ba", false},
+            {"abc", "", true},     {"", "", true},       {"", "a", false},
+            {"ab", "abc", false},  {"abc", "abc", true}, {"abc", "bc", true},
+            {"abc", "ac", false},  {"ABC", "b", false},  {"xTALVEN_y", "TALVEN_", true},
+            {"aaab", "aab", true}, {"ab", "ba", false},
     };
     for (const ContainsCase& c : cases) {
         EXPECT_EQ(stringUtils::contains(c.s, c.part), c.expected)
