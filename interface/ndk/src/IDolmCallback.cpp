@@ -1,0 +1,165 @@
+#include <aidl/vendor/tarvo/hardware/dolm/BnDolmCallback.h>
+#include <aidl/vendor/tarvo/hardware/dolm/BpDolmCallback.h>
+#include <aidl/vendor/tarvo/hardware/dolm/IDolmCallback.h>
+
+#include "Marshal.h"
+
+namespace aidl {
+namespace vendor {
+namespace tarvo {
+namespace hardware {
+namespace dolm {
+
+namespace {
+
+binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const AParcel* in,
+                           AParcel* out) {
+    std::shared_ptr<BnDolmCallback> impl =
+            std::static_pointer_cast<BnDolmCallback>(::ndk::ICInterface::asInterface(binder));
+    if (impl == nullptr) return STATUS_UNEXPECTED_NULL;
+    switch (code) {
+        case IDolmCallback::TRANSACTION_onCallback: {
+            std::vector<DolmRequestData> in_data;
+            return internal::serveCall(
+                    in, out, [&] { return impl->onCallback(in_data); }, internal::NoReply{},
+                    &in_data);
+        }
+        case IDolmCallback::TRANSACTION_getInterfaceVersion: {
+            int32_t version = 0;
+            return internal::serveCall(
+                    in, out, [&] { return impl->getInterfaceVersion(&version); }, version);
+        }
+        case IDolmCallback::TRANSACTION_getInterfaceHash: {
+            std::string hash;
+            return internal::serveCall(
+                    in, out, [&] { return impl->getInterfaceHash(&hash); }, hash);
+        }
+        default:
+            return STATUS_UNKNOWN_TRANSACTION;
+    }
+}
+
+// Defined once, at load, so that every binder of this interface shares it.
+AIBinder_Class* const gClass =
+        ::ndk::ICInterface::defineClass(IDolmCallback::descriptor, onTransact);
+
+}  // namespace
+
+const char* IDolmCallback::descriptor = "vendor.tarvo.hardware.dolm.IDolmCallback";
+std::shared_ptr<IDolmCallback> IDolmCallback::default_impl;
+
+IDolmCallback::IDolmCallback() = default;
+IDolmCallback::~IDolmCallback() = default;
+
+std::shared_ptr<IDolmCallback> IDolmCallback::fromBinder(const ::ndk::SpAIBinder& binder) {
+    if (!AIBinder_associateClass(binder.get(), gClass)) return nullptr;
+    std::shared_ptr<::ndk::ICInterface> local = ::ndk::ICInterface::asInterface(binder.get());
+    if (local != nullptr) return std::static_pointer_cast<IDolmCallback>(local);
+    return ::ndk::SharedRefBase::make<BpDolmCallback>(binder);
+}
+
+binder_status_t IDolmCallback::writeToParcel(AParcel* parcel,
+                                             const std::shared_ptr<IDolmCallback>& instance) {
+    return AParcel_writeStrongBinder(parcel,
+                                     instance != nullptr ? instance->asBinder().get() : nullptr);
+}
+
+binder_status_t IDolmCallback::readFromParcel(const AParcel* parcel,
+                                              std::shared_ptr<IDolmCallback>* instance) {
+    ::ndk::SpAIBinder binder;
+    binder_status_t status = AParcel_readStrongBinder(parcel, binder.getR());
+    if (status != STATUS_OK) return status;
+    *instance = IDolmCallback::fromBinder(binder);
+    return STATUS_OK;
+}
+
+bool IDolmCallback::setDefaultImpl(std::shared_ptr<IDolmCallback> impl) {
+    if (default_impl == nullptr && impl != nullptr) {
+        default_impl = std::move(impl);
+        return true;
+    }
+    return false;
+}
+
+const std::shared_ptr<IDolmCallback>& IDolmCallback::getDefaultImpl() {
+    return default_impl;
+}
+
+::ndk::ScopedAStatus IDolmCallbackDefault::onCallback(const std::vector<DolmRequestData>&) {
+    return internal::unknownTransaction();
+}
+::ndk::ScopedAStatus IDolmCallbackDefault::getInterfaceVersion(int32_t*) {
+    return internal::unknownTransaction();
+}
+::ndk::ScopedAStatus IDolmCallbackDefault::getInterfaceHash(std::string*) {
+    return internal::unknownTransaction();
+}
+::ndk::SpAIBinder IDolmCallbackDefault::asBinder() {
+    return ::ndk::SpAIBinder();
+}
+bool IDolmCallbackDefault::isRemote() {
+    return false;
+}
+
+BnDolmCallback::BnDolmCallback() = default;
+BnDolmCallback::~BnDolmCallback() = default;
+
+::ndk::ScopedAStatus BnDolmCallback::getInterfaceVersion(int32_t* _aidl_return) {
+    *_aidl_return = IDolmCallback::version;
+    return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BnDolmCallback::getInterfaceHash(std::string* _aidl_return) {
+    *_aidl_return = IDolmCallback::hash;
+    return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::SpAIBinder BnDolmCallback::createBinder() {
+    return ::ndk::SpAIBinder(AIBinder_new(gClass, static_cast<void*>(this)));
+}
+
+BpDolmCallback::BpDolmCallback(const ::ndk::SpAIBinder& binder) : BpCInterface(binder) {}
+BpDolmCallback::~BpDolmCallback() = default;
+
+::ndk::ScopedAStatus BpDolmCallback::onCallback(const std::vector<DolmRequestData>& in_data) {
+    internal::NoReply none;
+    return internal::callRemote<IDolmCallback>(
+            asBinder(), TRANSACTION_onCallback,
+            [&](IDolmCallback& impl) { return impl.onCallback(in_data); }, &none, in_data);
+}
+
+::ndk::ScopedAStatus BpDolmCallback::getInterfaceVersion(int32_t* _aidl_return) {
+    return internal::askOnce(_aidl_cached_hash_mutex, _aidl_cached_version, -1, _aidl_return, [&] {
+        return internal::callRemote<IDolmCallback>(
+                asBinder(), TRANSACTION_getInterfaceVersion,
+                [&](IDolmCallback& impl) { return impl.getInterfaceVersion(_aidl_return); },
+                _aidl_return);
+    });
+}
+
+::ndk::ScopedAStatus BpDolmCallback::getInterfaceHash(std::string* _aidl_return) {
+    return internal::askOnce(
+            _aidl_cached_hash_mutex, _aidl_cached_hash, std::string("-1"), _aidl_return, [&] {
+                return internal::callRemote<IDolmCallback>(
+                        asBinder(), TRANSACTION_getInterfaceHash,
+                        [&](IDolmCallback& impl) { return impl.getInterfaceHash(_aidl_return); },
+                        _aidl_return);
+            });
+}
+
+namespace internal {
+
+binder_status_t writeField(AParcel* p, const std::shared_ptr<IDolmCallback>& v) {
+    return IDolmCallback::writeToParcel(p, v);
+}
+
+binder_status_t readField(const AParcel* p, std::shared_ptr<IDolmCallback>* v) {
+    return IDolmCallback::readFromParcel(p, v);
+}
+
+}  // namespace internal
+}  // namespace dolm
+}  // namespace hardware
+}  // namespace tarvo
+}  // namespace vendor
+}  // namespace aidl
