@@ -55,13 +55,12 @@ class SpAIBinder {
     AIBinder* get() const { return mBinder; }
 
     /**
-     * Releases the held reference and returns the slot, for functions that
-     * return a new reference through an out-parameter.
+     * The slot itself, for functions that read or replace the held pointer
+     * through an out-parameter (as AIBinder_transact does with its parcels).
+     * A reference already held is not released: empty the holder first when
+     * a function will overwrite the slot.
      */
-    AIBinder** getR() {
-        set(nullptr);
-        return &mBinder;
-    }
+    AIBinder** getR() { return &mBinder; }
 
   private:
     AIBinder* mBinder;
@@ -102,11 +101,12 @@ class ScopedAResource {
     /** The held resource, still owned by this holder. */
     T get() const { return mResource; }
 
-    /** Destroys the held resource and returns the slot for an out-parameter. */
-    T* getR() {
-        set(DEFAULT);
-        return &mResource;
-    }
+    /**
+     * The slot itself, for functions that take the resource or store a new
+     * one through an out-parameter (AIBinder_transact takes the request and
+     * stores the reply). Nothing is destroyed here.
+     */
+    T* getR() { return &mResource; }
 
     /** Gives up ownership and returns the resource. */
     T release() {

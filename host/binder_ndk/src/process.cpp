@@ -1,0 +1,110 @@
+// The binder thread pool (ABinderProcess_*). See binder_process.h for how
+// incoming work is served with and without a started pool.
+#include <android/binder_process.h>
+
+#include <thread>
+#include <vector>
+
+#include "process_internal.h"
+
+namespace binder_host {
+namespace {
+
+thread_local bool tBinderThread = false;
+
+// Never destroyed: binder threads keep using the pool while the process exits.
+ThreadPool*& poolSlot() {
+    static ThreadPool* pool = new ThreadPool;
+    return pool;
+}
+
+// Pools of a parent process, left behind in a forked child (kept reachable).
+std::vector<ThreadPool*>& abandonedPools() {
+    static auto* list = new std::vector<ThreadPool*>;
+    return *list;
+}
+
+}  // namespace
+
+ThreadPool& ThreadPool::get() {
+    return *poolSlot();
+}
+
+void ThreadPool::resetAfterFork() {
+    abandonedPools().push_back(poolSlot());
+    poolSlot() = new ThreadPool;
+}
+
+bool ThreadPool::onBinderThread() {
+    return tBinderThread;
+}
+
+void ThreadPool::submit(std::function<void()> job) {
+    bool spawn = false;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mJobs.push_back(std::move(job));
+        spawn = mIdle < mJobs.size();
+    }
+    if (spawn) {
+        std::thread([this] { work(false); }).detach();
+    } else {
+        mJobReady.notify_one();
+    }
+}
+
+void ThreadPool::work(bool joined) {
+    tBinderThread = true;
+    std::unique_lock<std::mutex> lock(mMutex);
+    for (;;) {
+        while (mJobs.empty()) {
+            // Idle threads beyond the pool size leave; joined threads stay.
+            if (!joined && mIdle >= mMaxThreads) {
+                return;
+            }
+            ++mIdle;
+            mJobReady.wait(lock);
+            --mIdle;
+        }
+        std::function<void()> job = std::move(mJobs.front());
+        mJobs.pop_front();
+        lock.unlock();
+        job();
+        job = nullptr;  // release what the job captured before going idle
+        lock.lock();
+    }
+}
+
+void ThreadPool::start() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mStarted = true;
+}
+
+bool ThreadPool::setMaxThreadCount(uint32_t count) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mMaxThreads = count;
+    return !mStarted;
+}
+
+void ThreadPool::join() {
+    start();
+    work(true);
+    // work(true) never returns; keep the compiler's [[noreturn]] promise.
+    for (;;) {
+        std::this_thread::yield();
+    }
+}
+
+}  // namespace binder_host
+
+void ABinderProcess_startThreadPool() {
+    binder_host::ThreadPool::get().start();
+}
+
+bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t numThreads) {
+    return binder_host::ThreadPool::get().setMaxThreadCount(numThreads);
+}
+
+void ABinderProcess_joinThreadPool() {
+    binder_host::ThreadPool::get().join();
+}

@@ -1,0 +1,75 @@
+// Binder classes shared by the runtime's tests and their helper server
+// process: an echo service and a callback object, both observable.
+#pragma once
+
+#include <android/binder_auto_utils.h>
+#include <android/binder_ibinder.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace bindertest {
+
+constexpr const char* kEchoDescriptor = "binder.test.IEcho";
+constexpr const char* kCallbackDescriptor = "binder.test.ICallback";
+constexpr auto kWaitLimit = std::chrono::seconds(10);
+
+/** Echo service codes. */
+enum : transaction_code_t {
+    kEcho = FIRST_CALL_TRANSACTION,  // optional string, int32 -> same string, int32 * 2
+    kCallBack,                       // binder, string -> the callback's reply (int32)
+    kHold,                           // binder: the service keeps it
+    kDropHeld,                       // the service drops what it holds
+    kPid,                            // -> the serving process's pid
+    kBlock,                          // never answers (the serving thread blocks)
+    kThreadId,                       // -> a hash of the serving thread's id
+};
+
+/** Callback code: string -> int32 pid of the process it runs in. */
+constexpr transaction_code_t kNotify = FIRST_CALL_TRANSACTION;
+
+/** State of one echo or callback object; condition-based waits only. */
+struct Observed {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int destroyed = 0;
+    int calls = 0;
+    std::string lastText;
+    std::thread::id lastThread;
+    ndk::SpAIBinder held;
+
+    /** Waits until \p done holds (under the lock) or the limit passes. */
+    bool waitFor(const std::function<bool()>& done) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, kWaitLimit, done);
+    }
+};
+
+AIBinder_Class* echoClass();
+AIBinder_Class* callbackClass();
+
+/** A new local object of the class; \p observed must outlive it. One strong reference. */
+ndk::SpAIBinder newEcho(Observed* observed);
+ndk::SpAIBinder newCallback(Observed* observed);
+
+/** Called by kBlock just before it blocks (the helper server reports it on stdout). */
+extern void (*gOnBlock)();
+
+/** Calls kEcho on \p binder; returns the transport status. */
+binder_status_t callEcho(AIBinder* binder, const std::optional<std::string>& text, int32_t value,
+                         std::optional<std::string>* textOut, int32_t* valueOut);
+
+/** A two-way call with no arguments that returns an int32 (kPid, kThreadId, kDropHeld...). */
+binder_status_t callInt(AIBinder* binder, transaction_code_t code, int32_t* result);
+
+/** A call whose only argument is \p arg (kHold; kCallBack adds \p text). */
+binder_status_t callWithBinder(AIBinder* binder, transaction_code_t code, AIBinder* arg,
+                               const std::string& text, int32_t* result, binder_flags_t flags = 0);
+
+}  // namespace bindertest

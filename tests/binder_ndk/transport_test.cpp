@@ -1,0 +1,353 @@
+// Calls across endpoints: proxies in the same process and in a child
+// process, callbacks, objects in parcels, remote references, death,
+// restart, concurrency and malformed input on the wire.
+#include <android/binder_host.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestBinders.h"
+#include "TestProcess.h"
+
+namespace bindertest {
+namespace {
+
+constexpr const char* kInstance = "binder.test.IEcho/default";
+
+// Counts deliveries per cookie.
+struct DeathLog {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<void*> cookies;
+
+    static void onDied(void* cookie);
+    size_t count(void* cookie) {
+        std::lock_guard<std::mutex> lock(mutex);
+        return static_cast<size_t>(std::count(cookies.begin(), cookies.end(), cookie));
+    }
+    bool waitFor(size_t total) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, kWaitLimit, [&] { return cookies.size() >= total; });
+    }
+};
+
+DeathLog gDeaths;
+int gCookieA = 0;
+int gCookieB = 0;
+
+void DeathLog::onDied(void* cookie) {
+    std::lock_guard<std::mutex> lock(gDeaths.mutex);
+    gDeaths.cookies.push_back(cookie);
+    gDeaths.changed.notify_all();
+}
+
+class TransportTest : public ::testing::Test {
+  protected:
+    ScopedRegistryDir mDir;
+};
+
+TEST_F(TransportTest, SameProcessLookupGivesProxyServedOnBinderThread) {
+    Observed observed;
+    ndk::SpAIBinder service = newEcho(&observed);
+    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    EXPECT_TRUE(AIBinder_isRemote(proxy.get()));
+    EXPECT_NE(proxy.get(), service.get());
+    EXPECT_EQ(AIBinder_getUserData(proxy.get()), nullptr);
+    EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
+    EXPECT_EQ(AIBinder_ping(proxy.get()), STATUS_OK);
+
+    std::optional<std::string> text;
+    int32_t value = 0;
+    ASSERT_EQ(callEcho(proxy.get(), std::string("hello"), 21, &text, &value), STATUS_OK);
+    EXPECT_EQ(text, "hello");
+    EXPECT_EQ(value, 42);
+    std::lock_guard<std::mutex> lock(observed.mutex);
+    EXPECT_EQ(observed.calls, 1);
+    EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+}
+
+TEST_F(TransportTest, LookupOfAbsentOrDeadServiceIsNull) {
+    EXPECT_EQ(AServiceManager_checkService("binder.test.IEcho/absent"), nullptr);
+    EXPECT_EQ(AServiceManager_checkService(nullptr), nullptr);
+    EXPECT_EQ(AServiceManager_addService(nullptr, kInstance), STATUS_UNEXPECTED_NULL);
+
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    child.kill();
+    // The registry entry remains, but its owner is gone.
+    EXPECT_EQ(AServiceManager_checkService(kInstance), nullptr);
+}
+
+TEST_F(TransportTest, CrossProcessCallsKeepNullAndEmptyApart) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_getService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    ASSERT_TRUE(AIBinder_isRemote(proxy.get()));
+
+    int32_t pid = 0;
+    ASSERT_EQ(callInt(proxy.get(), kPid, &pid), STATUS_OK);
+    EXPECT_EQ(pid, child.pid());
+
+    const std::optional<std::string> cases[] = {std::nullopt, std::string(), std::string("x"),
+                                                std::string(300, 'p')};
+    for (const auto& sent : cases) {
+        std::optional<std::string> received = std::string("unset");
+        int32_t value = 0;
+        ASSERT_EQ(callEcho(proxy.get(), sent, -7, &received, &value), STATUS_OK);
+        EXPECT_EQ(received, sent);
+        EXPECT_EQ(value, -14);
+    }
+}
+
+TEST_F(TransportTest, AssociateClassOnProxyComparesRemoteDescriptor) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    EXPECT_EQ(AIBinder_getClass(proxy.get()), nullptr);
+    ndk::SpAIBinder unassociated = proxy;
+    ndk::ScopedAParcel request;
+    EXPECT_EQ(AIBinder_prepareTransaction(unassociated.get(), request.getR()),
+              STATUS_INVALID_OPERATION);
+
+    EXPECT_FALSE(AIBinder_associateClass(proxy.get(), callbackClass()));
+    AIBinder_Class* twin = AIBinder_Class_define(
+            kEchoDescriptor, [](void* a) { return a; }, [](void*) {},
+            [](AIBinder*, transaction_code_t, const AParcel*, AParcel*) -> binder_status_t {
+                return STATUS_OK;
+            });
+    EXPECT_TRUE(AIBinder_associateClass(proxy.get(), echoClass()));
+    EXPECT_TRUE(AIBinder_associateClass(proxy.get(), echoClass()));
+    EXPECT_FALSE(AIBinder_associateClass(proxy.get(), twin));
+    EXPECT_EQ(AIBinder_getClass(proxy.get()), echoClass());
+}
+
+TEST_F(TransportTest, CallbackObjectIsCalledBackOnBinderThreadOfCaller) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ABinderProcess_startThreadPool();
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kCallBack, callback.get(), "ping", &result), STATUS_OK);
+    EXPECT_EQ(result, getpid());  // the callback ran in this process
+    std::lock_guard<std::mutex> lock(observed.mutex);
+    EXPECT_EQ(observed.calls, 1);
+    EXPECT_EQ(observed.lastText, "ping");
+    EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+}
+
+TEST_F(TransportTest, ObjectReadBackInItsOwnProcessIsTheLocalObject) {
+    Observed echoState;
+    ndk::SpAIBinder service = newEcho(&echoState);
+    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+
+    Observed callbackState;
+    ndk::SpAIBinder callback = newCallback(&callbackState);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    std::lock_guard<std::mutex> lock(echoState.mutex);
+    EXPECT_EQ(echoState.held.get(), callback.get());
+    EXPECT_FALSE(AIBinder_isRemote(echoState.held.get()));
+}
+
+TEST_F(TransportTest, OwnerReleasesObjectWhenRemoteHolderDropsIt) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+
+    callback.set(nullptr);  // only the child's proxy keeps it alive now
+    {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        EXPECT_EQ(observed.destroyed, 0);
+    }
+    ASSERT_EQ(callInt(proxy.get(), kDropHeld, &result), STATUS_OK);
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+TEST_F(TransportTest, OwnerReleasesObjectWhenRemoteHolderDies) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    callback.set(nullptr);
+    child.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+TEST_F(TransportTest, OnewayCallsArriveInOrder) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result, FLAG_ONEWAY),
+              STATUS_OK);
+    callback.set(nullptr);
+    // Served after the oneway hold on the same connection: the drop releases it.
+    ASSERT_EQ(callInt(proxy.get(), kDropHeld, &result), STATUS_OK);
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+TEST_F(TransportTest, ChildDeathTurnsProxyDeadAndFiresEachRecipientOnce) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    ndk::ScopedAIBinder_DeathRecipient kept(AIBinder_DeathRecipient_new(DeathLog::onDied));
+    ndk::ScopedAIBinder_DeathRecipient deleted(AIBinder_DeathRecipient_new(DeathLog::onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), deleted.get(), &gCookieB), STATUS_OK);
+    ASSERT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_NAME_NOT_FOUND);
+    deleted.set(nullptr);
+
+    child.kill();
+    ASSERT_TRUE(gDeaths.waitFor(1));
+    EXPECT_FALSE(AIBinder_isAlive(proxy.get()));
+    EXPECT_EQ(AIBinder_ping(proxy.get()), STATUS_DEAD_OBJECT);
+    std::optional<std::string> text;
+    int32_t value = 0;
+    EXPECT_EQ(callEcho(proxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_NAME_NOT_FOUND);
+    // A later notification would have arrived by the time a round trip to
+    // our own endpoint completes; none may come.
+    Observed observed;
+    ndk::SpAIBinder service = newEcho(&observed);
+    ASSERT_EQ(AServiceManager_addService(service.get(), "binder.test.IEcho/probe"), STATUS_OK);
+    ndk::SpAIBinder self(AServiceManager_checkService("binder.test.IEcho/probe"));
+    ASSERT_EQ(callEcho(self.get(), std::string("y"), 1, &text, &value), STATUS_OK);
+    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
+    EXPECT_EQ(gDeaths.count(&gCookieB), 0u);
+}
+
+TEST_F(TransportTest, CallInFlightWhenPeerDiesReturnsDeadObject) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    std::atomic<binder_status_t> result{STATUS_OK};
+    std::thread caller([&] {
+        int32_t unused = 0;
+        result = callInt(proxy.get(), kBlock, &unused);
+    });
+    EXPECT_EQ(child.nextLine(), "blocked");
+    child.kill();
+    caller.join();
+    EXPECT_EQ(result.load(), STATUS_DEAD_OBJECT);
+}
+
+TEST_F(TransportTest, KilledLocalBinderLooksDeadAndCanBeRestarted) {
+    Observed first;
+    ndk::SpAIBinder service = newEcho(&first);
+    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(DeathLog::onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), recipient.get(), &gCookieA), STATUS_OK);
+    EXPECT_EQ(AIBinder_linkToDeath(service.get(), recipient.get(), &gCookieA),
+              STATUS_INVALID_OPERATION);
+
+    ASSERT_EQ(ABinderHost_killLocalBinder(service.get()), STATUS_OK);
+    ASSERT_TRUE(gDeaths.waitFor(1));
+    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
+    EXPECT_FALSE(AIBinder_isAlive(proxy.get()));
+    std::optional<std::string> text;
+    int32_t value = 0;
+    EXPECT_EQ(callEcho(proxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AServiceManager_checkService(kInstance), nullptr);
+
+    Observed second;
+    ndk::SpAIBinder restarted = newEcho(&second);
+    ASSERT_EQ(AServiceManager_addService(restarted.get(), kInstance), STATUS_OK);
+    ndk::SpAIBinder fresh(AServiceManager_checkService(kInstance));
+    ASSERT_NE(fresh.get(), nullptr);
+    EXPECT_NE(fresh.get(), proxy.get());
+    ASSERT_EQ(callEcho(fresh.get(), std::string("again"), 2, &text, &value), STATUS_OK);
+    EXPECT_EQ(text, "again");
+    std::lock_guard<std::mutex> lock(second.mutex);
+    EXPECT_EQ(second.calls, 1);
+    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
+}
+
+TEST_F(TransportTest, KilledServiceIsReleasedOnceProxiesGo) {
+    Observed observed;
+    {
+        ndk::SpAIBinder service = newEcho(&observed);
+        ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+        ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+        ASSERT_NE(proxy.get(), nullptr);
+        ASSERT_EQ(ABinderHost_killLocalBinder(service.get()), STATUS_OK);
+    }
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+TEST_F(TransportTest, ManyThreadsCallAtOnce) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    Observed observed;
+    ndk::SpAIBinder local = newEcho(&observed);
+    ASSERT_EQ(AServiceManager_addService(local.get(), "binder.test.IEcho/local"), STATUS_OK);
+    ndk::SpAIBinder remote(AServiceManager_checkService(kInstance));
+    ndk::SpAIBinder self(AServiceManager_checkService("binder.test.IEcho/local"));
+    ASSERT_NE(remote.get(), nullptr);
+    ASSERT_NE(self.get(), nullptr);
+
+    constexpr int kThreads = 6;
+    constexpr int kCalls = 100;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kCalls; ++i) {
+                AIBinder* target = (i % 2 == 0 ? remote : self).get();
+                std::string sent = std::to_string(t) + ":" + std::to_string(i);
+                std::optional<std::string> text;
+                int32_t value = 0;
+                if (callEcho(target, sent, i, &text, &value) != STATUS_OK || text != sent ||
+                    value != 2 * i) {
+                    ++failures;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures.load(), 0);
+    std::lock_guard<std::mutex> lock(observed.mutex);
+    EXPECT_EQ(observed.calls, kThreads * kCalls / 2);
+}
+
+}  // namespace
+}  // namespace bindertest
