@@ -1,0 +1,146 @@
+/*
+ * Pieces shared by the dolmHalclient request functions: the entries of a
+ * request parcel, the scalar fields of control requests, the one-shot and
+ * listener callback clients, and the two call shapes most functions have
+ * (send one request and return its out-parameter; register a listener).
+ */
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CallbackRegistry.h"
+#include "DolmConnection.h"
+#include "HalclientLog.h"
+#include "halclient.h"
+
+namespace halclient {
+
+using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestData;
+using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestParcel;
+using ::aidl::vendor::tarvo::hardware::dolm::IDolm;
+
+/** Request-type codes of DolmRequestParcel::requestType. */
+enum RequestType : int32_t {
+    DOLM_REQ_RES_CTL = 1,
+    DOLM_REQ_SA_CTL = 2,
+    DOLM_REQ_DIAG = 5,
+    DOLM_REQ_THERMAL_NOTIFY = 7,
+};
+
+/**
+ * Appends one entry per resource, in order: its id and its value, which is
+ * always present (empty when the resource has none).
+ */
+void appendResourceEntries(DolmRequestParcel& parcel,
+                           const std::list<ZelClient::Resource>& resources);
+
+/** An entry addressed by path: id 0, the path, and `value` as given. */
+DolmRequestData pathEntry(const std::string& path, std::optional<std::string> value);
+
+/** The tag every path-addressed parcel carries; adds the tag to a new default parcel. */
+DolmRequestParcel pathParcel();
+
+/**
+ * Sets the fields that resource, sub-system and path control share: the
+ * request type, `flag` (true for `flagArg` of 1 or more) and the numbers.
+ */
+void setControlFields(DolmRequestParcel& parcel, int32_t requestType, int leadArg, int64_t timeout,
+                      int option, int flagArg, int clientArg);
+
+/** A new callback client wrapping `callback` in the id form or the path form. */
+std::shared_ptr<DolmCallbackClient> makeCallbackClient(
+        const std::shared_ptr<IClientCallback>& callback, bool isRegister);
+std::shared_ptr<DolmCallbackClient> makeCallbackClient(
+        const std::shared_ptr<IClientCallbackByPath>& callback, bool isRegister);
+
+/**
+ * Makes the one-shot client of a request with a callback, registers it in
+ * request_callbacks (logging `addedLine`) and puts it into the parcel. Runs
+ * under the shared connection lock, before the request is sent.
+ */
+template <typename Callback>
+void attachRequestCallback(DolmRequestParcel& parcel, const std::shared_ptr<Callback>& callback,
+                           const char* addedLine) {
+    DOLM_LOGI("new std::shared_ptr DolmCallbackClient callback");
+    std::shared_ptr<DolmCallbackClient> client = makeCallbackClient(callback, false);
+    addRequestCallback(client, addedLine);
+    parcel.callback = client;
+}
+
+/**
+ * Makes one call in the frame whose answer is an int32 out-parameter:
+ * `call(hal, &result)` returns the status, or std::nullopt to send nothing.
+ * Returns the out-parameter: preset to -1, then as the service left it.
+ */
+template <typename Call>
+int32_t callForResult(const char* failureLabel, Call&& call) {
+    int32_t result = -1;
+    callInFrame(failureLabel, [&](IDolm& hal) -> std::optional<::ndk::ScopedAStatus> {
+        return call(hal, &result);
+    });
+    return result;
+}
+
+/**
+ * Sends one `request` in the call frame. `build(parcel)` fills a default
+ * parcel, or logs and returns false to send nothing. Returns the
+ * out-parameter: preset to -1, then as the service left it.
+ */
+template <typename Build>
+int32_t sendRequest(const char* failureLabel, Build&& build) {
+    return callForResult(failureLabel,
+                         [&](IDolm& hal, int32_t* result) -> std::optional<::ndk::ScopedAStatus> {
+                             DolmRequestParcel parcel;
+                             if (!build(parcel)) return std::nullopt;
+                             return hal.request(parcel, result);
+                         });
+}
+
+/** The registry record of an accepted id- or path-addressed registration. */
+DolmCallbackGroup listenerGroup(std::vector<int32_t> ids, int32_t handle,
+                                std::shared_ptr<DolmCallbackClient> client);
+DolmCallbackGroup listenerGroup(std::vector<std::string> paths, int32_t handle,
+                                std::shared_ptr<DolmCallbackClient> client);
+
+/**
+ * Registers a listener in the call frame. `build(parcel)` fills a default
+ * parcel and returns the list (ids or paths) the registration is known by.
+ * listen_callback_mutex is held from the duplicate test through the service
+ * call, the append of the accepted group and, on failure, the connection
+ * reset. Returns the handle (-1 when refused or not written).
+ */
+template <typename Build, typename Callback>
+int32_t registerListener(const char* failureLabel, Build&& build,
+                         const std::shared_ptr<Callback>& callback) {
+    int32_t handle = -1;
+    std::unique_lock<std::mutex> registryLock(listen_callback_mutex, std::defer_lock);
+    decltype(build(std::declval<DolmRequestParcel&>())) keys;
+    std::shared_ptr<DolmCallbackClient> client;
+    callInFrame(
+            failureLabel,
+            [&](IDolm& hal) -> std::optional<::ndk::ScopedAStatus> {
+                DolmRequestParcel parcel;
+                keys = build(parcel);
+                registryLock.lock();
+                if (isListenerRegisteredLocked(keys)) {
+                    registryLock.unlock();
+                    return std::nullopt;
+                }
+                client = makeCallbackClient(callback, true);
+                return hal.registerListener(parcel, client, &handle);
+            },
+            [&](bool ok) {
+                if (!ok) return;
+                listen_callbacks.push_back(listenerGroup(std::move(keys), handle, client));
+                DOLM_LOGI("A callback has been registered to Dolm HAL ");
+            });
+    return handle;
+}
+
+}  // namespace halclient
