@@ -1,0 +1,225 @@
+// The event layer's connection: lazy lookup, no service, reconnection after
+// the service died and after a failed call, and racing first calls.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "ZelFixture.h"
+#include "zel.h"
+
+namespace zeltest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+class ZelNoServiceTest : public ::testing::Test {
+  protected:
+    std::vector<LogLine> zelLines() const { return mLog.lines(kZelTag); }
+    LogCapture mLog;
+};
+
+TEST_F(ZelNoServiceTest, EveryFunctionFailsWithTheConnectLines) {
+    const std::vector<LogLine> notFound = notFoundLines();
+    auto expectLines = [&](const LogLine& entryLine) {
+        std::vector<LogLine> expected{entryLine};
+        expected.insert(expected.end(), notFound.begin(), notFound.end());
+        EXPECT_THAT(zelLines(), ElementsAreArray(expected));
+        mLog.clear();
+    };
+
+    EXPECT_EQ(zelInit(), -1);
+    expectLines(zelError("zelInit enter"));
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
+    expectLines(zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"));
+    ZelRelease(3);
+    expectLines(zelInfo("ZelRelease, handle:3"));
+    EXPECT_EQ(ZelNotify(3, 1, {}), -1);
+    expectLines(zelInfo("ZelNotify enter"));
+    EXPECT_EQ(zelRuleCtl(2, 0, {}), -1);
+    expectLines(zelInfo("zelRuleCtl, ruleId:2, status:0"));
+    std::string history = "kept";
+    EXPECT_EQ(ZelGetHistory(history), -1);
+    expectLines(zelInfo("zel client ZelGetHistory"));
+    EXPECT_EQ(history, "kept");
+    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
+    EXPECT_EQ(ZelMutiResStateRequest(resources), -1);
+    expectLines(zelInfo("ZelMutiResStateRequest enter"));
+    EXPECT_EQ(ZelGetPMStatus(1), -1);
+    expectLines(zelInfo("zel client ZelGetPMStatus"));
+
+    // No entry line of its own.
+    EXPECT_EQ(setRelatedSysInfo(1, "x"), -1);
+    EXPECT_THAT(zelLines(), ElementsAreArray(notFound));
+}
+
+TEST_F(ZelNoServiceTest, ConnectsOnceTheServiceIsRegistered) {
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
+
+    std::shared_ptr<FakeDolmService> service = FakeDolmService::start();
+    ASSERT_NE(service, nullptr);
+    service->setAnswer(Op::kRequest, Answer::ok(33));
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 33);
+    EXPECT_EQ(service->calls(Op::kRequest).size(), 1u);
+    EXPECT_EQ(service->calls(Op::kInit).size(), 0u);
+}
+
+class ZelConnectionTest : public ZelServiceTest {
+  protected:
+    /** Registers a second fake under the same name; the first one stays alive. */
+    std::shared_ptr<FakeDolmService> startReplacement() {
+        std::shared_ptr<FakeDolmService> replacement = FakeDolmService::start();
+        EXPECT_NE(replacement, nullptr);
+        if (replacement != nullptr) replacement->setAnswer(Op::kRequest, Answer::ok(200));
+        return replacement;
+    }
+};
+
+TEST_F(ZelConnectionTest, SuccessfulCallKeepsTheConnection) {
+    mService->setAnswer(Op::kRequest, Answer::ok(100));
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 100);
+    std::shared_ptr<FakeDolmService> replacement = startReplacement();
+    ASSERT_NE(replacement, nullptr);
+
+    // Still connected to the first service: no new lookup.
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 100);
+    EXPECT_EQ(mService->calls(Op::kRequest).size(), 2u);
+    EXPECT_TRUE(replacement->calls().empty());
+}
+
+TEST_F(ZelConnectionTest, FailedCallDropsTheConnection) {
+    struct Case {
+        const char* what;
+        Answer failure;
+    };
+    const Case cases[] = {
+            {"service-specific error", Answer::serviceSpecific(3)},
+            {"transport failure", Answer::transportFailure(STATUS_UNKNOWN_ERROR)},
+    };
+    // Each case fails on the service the library is connected to, then a
+    // replacement registered beside it (the failing one stays alive and
+    // reachable) must receive the next call: it was looked up again.
+    std::shared_ptr<FakeDolmService> connected = mService;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        connected->setAnswer(Op::kRequest, c.failure);
+        const size_t before = connected->calls(Op::kRequest).size();
+        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
+        ASSERT_EQ(connected->calls(Op::kRequest).size(), before + 1);
+
+        std::shared_ptr<FakeDolmService> replacement = startReplacement();
+        ASSERT_NE(replacement, nullptr);
+        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 200);
+        EXPECT_EQ(connected->calls(Op::kRequest).size(), before + 1);
+        EXPECT_EQ(replacement->calls(Op::kRequest).size(), 1u);
+        connected = replacement;
+    }
+}
+
+TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
+    // As above, for the failure label and reset of every function.
+    struct Case {
+        const char* label;
+        Op op;
+        std::function<void()> call;
+    };
+    std::string history;
+    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
+    const Case cases[] = {
+            {"dolm_init", Op::kInit, [] { EXPECT_EQ(zelInit(), -2); }},
+            {"dolmResCtlRelease", Op::kRelease, [] { ZelRelease(1); }},
+            {"ZelNotify", Op::kRequest, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); }},
+            {"zelRuleCtl", Op::kRuleCtl, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); }},
+            {"setRelatedSysInfo", Op::kSetRelatedSysInfo,
+             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); }},
+            {"ZelGetHistory", Op::kGetData, [&] { EXPECT_EQ(ZelGetHistory(history), -1); }},
+            {"ZelMutiResStateRequest", Op::kGetData,
+             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); }},
+            {"ZelGetPMStatus", Op::kGetData, [] { EXPECT_EQ(ZelGetPMStatus(1), -1); }},
+    };
+    std::shared_ptr<FakeDolmService> connected = mService;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        connected->setAnswer(c.op, Answer::serviceSpecific(1));
+        const size_t before = connected->calls(c.op).size();
+        mLog.clear();
+        c.call();
+        EXPECT_EQ(connected->calls(c.op).size(), before + 1);
+        EXPECT_EQ(mLog.count(failedLine(c.label)), 1u);
+
+        std::shared_ptr<FakeDolmService> replacement = startReplacement();
+        ASSERT_NE(replacement, nullptr);
+        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 200);
+        EXPECT_EQ(replacement->calls(Op::kRequest).size(), 1u);
+        connected = replacement;
+    }
+}
+
+TEST_F(ZelConnectionTest, ReconnectsAfterTheServiceDied) {
+    mService->setAnswer(Op::kRequest, Answer::ok(100));
+    ASSERT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 100);
+
+    mService->kill();
+    ASSERT_TRUE(waitUntil([&] { return mLog.count(zelError("Dolm HAL Service died")) == 1; }));
+
+    std::shared_ptr<FakeDolmService> restarted = FakeDolmService::start();
+    ASSERT_NE(restarted, nullptr);
+    restarted->setAnswer(Op::kRequest, Answer::ok(300));
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 300);
+    EXPECT_EQ(restarted->calls(Op::kRequest).size(), 1u);
+    EXPECT_EQ(mService->calls(Op::kRequest).size(), 1u);
+    // Death only empties the holder: no failed call was logged.
+    EXPECT_EQ(mLog.count(failedLine("ZelEventAcquire")), 0u);
+}
+
+TEST_F(ZelConnectionTest, DeadServiceWithoutReplacementIsNotFound) {
+    ASSERT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 0);
+    mService->kill();
+    ASSERT_TRUE(waitUntil([&] { return mLog.count(zelError("Dolm HAL Service died")) == 1; }));
+
+    mLog.clear();
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
+    std::vector<LogLine> expected{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i")};
+    for (const LogLine& line : notFoundLines()) expected.push_back(line);
+    EXPECT_THAT(zelLines(), ElementsAreArray(expected));
+}
+
+TEST_F(ZelConnectionTest, RacingFirstCallsAllReachTheService) {
+    constexpr int kThreads = 8;
+    mService->setAnswer(Op::kRequest, Answer::ok(55));
+
+    std::mutex mutex;
+    std::condition_variable go;
+    bool started = false;
+    std::vector<int32_t> results(kThreads, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                go.wait(lock, [&] { return started; });
+            }
+            results[i] = ZelEventAcquire(i, "p", "i", 10, {});
+            ZelRelease(results[i]);
+        });
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        started = true;
+    }
+    go.notify_all();
+    for (std::thread& thread : threads) thread.join();
+
+    EXPECT_THAT(results, ::testing::Each(55));
+    EXPECT_EQ(mService->calls(Op::kRequest).size(), static_cast<size_t>(kThreads));
+    EXPECT_EQ(mService->calls(Op::kRelease).size(), static_cast<size_t>(kThreads));
+    EXPECT_EQ(mLog.count(zelError("Dolm HAL Service not found")), 0u);
+}
+
+}  // namespace
+}  // namespace zeltest
