@@ -70,17 +70,21 @@ namespace {
 
 // Reads an array length: -1 (null) or a length whose elements, at least
 // minElementSize bytes each, fit in the rest of the parcel.
+// On failure nothing is consumed.
 binder_status_t readArrayLength(const AParcel* parcel, size_t minElementSize, int32_t* length) {
+    size_t start = parcel->position();
     int32_t value = 0;
     binder_status_t status = parcel->read(&value);
+    if (status == STATUS_OK && value < -1) {
+        status = STATUS_BAD_VALUE;
+    }
+    if (status == STATUS_OK && value > 0 &&
+        static_cast<size_t>(value) > parcel->remaining() / minElementSize) {
+        status = STATUS_NOT_ENOUGH_DATA;
+    }
     if (status != STATUS_OK) {
+        parcel->setPosition(start);
         return status;
-    }
-    if (value < -1) {
-        return STATUS_BAD_VALUE;
-    }
-    if (value > 0 && static_cast<size_t>(value) > parcel->remaining() / minElementSize) {
-        return STATUS_NOT_ENOUGH_DATA;
     }
     *length = value;
     return STATUS_OK;

@@ -22,31 +22,15 @@
 #include "process_internal.h"
 #include "registry.h"
 #include "status_internal.h"
+#include "wire.h"
 
 namespace binder_host {
 
 namespace {
 
-enum MessageType : uint32_t {
-    kHelloData = 1,  // first frame of a data connection: pid, endpoint key
-    kHelloControl,   // first frame of a control connection: pid, endpoint key
-    kHelloProbe,     // liveness probe, closed at once
-    kTransact,       // node, code, parcel
-    kTransactOneway,
-    kReply,       // status, flags, parcel (when status is OK)
-    kPing,        // node
-    kGetService,  // instance name
-    kAcquire,     // node: count one more reference for the sender
-    kRelease,     // node, count (control)
-    kDead,        // node (control)
-};
-
-constexpr size_t kHeaderSize = 8;              // uint32 payload size, uint32 type
-constexpr uint32_t kMaxFrame = 64u << 20;      // larger frames are a protocol error
 constexpr size_t kMaxIdleConnections = 16;     // per peer
 constexpr size_t kMaxKeyLength = 64;           // endpoint keys
 constexpr size_t kMaxDescriptorLength = 4096;  // interface descriptors, instance names
-constexpr uint32_t kReplyNodeGone = 1;         // reply flag: the object no longer exists
 constexpr uint64_t kListenId = 0;              // epoll id of the listening socket
 
 thread_local pid_t tCallingPid = 0;

@@ -1,0 +1,36 @@
+// Private: the frames exchanged between endpoints. Every frame is a uint32
+// payload size, a uint32 type and the payload (host byte order: both ends
+// are on the same machine).
+//
+// Data connections: kHelloData, then requests (kTransact, kTransactOneway,
+// kPing, kGetService, kAcquire), each two-way one answered by a kReply.
+// Control connections: kHelloControl, then kRelease and kDead messages.
+// Parcels travel as: uint32 data size, the data, uint32 object count, and
+// per object: string endpoint key (empty: null), uint64 node id, string
+// interface descriptor. Strings are a uint32 length and the bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace binder_host {
+
+enum MessageType : uint32_t {
+    kHelloData = 1,  // int32 pid, string endpoint key
+    kHelloControl,   // int32 pid, string endpoint key
+    kHelloProbe,     // liveness probe, closed at once
+    kTransact,       // uint64 node, uint32 code, parcel
+    kTransactOneway,
+    kReply,       // int32 status, uint32 flags, parcel (two-way transactions with status OK)
+    kPing,        // uint64 node
+    kGetService,  // string instance name
+    kAcquire,     // uint64 node: count one more reference for the sender
+    kRelease,     // uint64 node, uint32 count
+    kDead,        // uint64 node
+};
+
+constexpr size_t kHeaderSize = 8;          // uint32 payload size, uint32 type
+constexpr uint32_t kMaxFrame = 64u << 20;  // larger frames are a protocol error
+constexpr uint32_t kReplyNodeGone = 1;     // reply flag: the object no longer exists
+
+}  // namespace binder_host
