@@ -102,6 +102,8 @@ AIBinder_Class* const gClass = ::ndk::ICInterface::defineClass(IDolm::descriptor
 
 const char* IDolm::descriptor = "vendor.tarvo.hardware.dolm.IDolm";
 std::shared_ptr<IDolm> IDolm::default_impl;
+// Defined here too, so that code binding a reference to it links.
+const int32_t IDolm::version;
 
 IDolm::IDolm() = default;
 IDolm::~IDolm() = default;

@@ -47,6 +47,8 @@ AIBinder_Class* const gClass =
 
 const char* IDolmCallback::descriptor = "vendor.tarvo.hardware.dolm.IDolmCallback";
 std::shared_ptr<IDolmCallback> IDolmCallback::default_impl;
+// Defined here too, so that code binding a reference to it links.
+const int32_t IDolmCallback::version;
 
 IDolmCallback::IDolmCallback() = default;
 IDolmCallback::~IDolmCallback() = default;
