@@ -42,7 +42,7 @@ class Peer : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
 
     ScopedAStatus init() override { return record("init"); }
     ScopedAStatus request(const DolmRequestParcel& p, int32_t* r) override {
-        *r = p.requestType * 100 + static_cast<int32_t>(p.data.size());
+        *r = zeltest::peerRequestAnswer(p.requestType, p.data.size());
         callBack(p.callback, p.data);
         return record("request " + describeParcel(p));
     }

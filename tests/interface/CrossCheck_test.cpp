@@ -104,7 +104,7 @@ TEST_F(CrossCheckTest, RequestRecordsArriveIntact) {
         ::ndk::ScopedAStatus status = mDolm->request(c.parcel, &handle);
         ASSERT_TRUE(status.isOk()) << status.getDescription();
         EXPECT_EQ(lastRecord(), "request " + describeParcel(c.parcel));
-        EXPECT_EQ(handle, c.parcel.requestType * 100 + static_cast<int32_t>(c.parcel.data.size()));
+        EXPECT_EQ(handle, peerRequestAnswer(c.parcel.requestType, c.parcel.data.size()));
     }
 }
 

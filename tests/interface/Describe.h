@@ -66,4 +66,10 @@ std::string describeParcel(const Parcel& p) {
            " identity=" + describe(p.identity) + " numbers=" + describe(p.numbers) + "}";
 }
 
+/** What the cross-check peer answers to request(): type * 100 + entries, wrapping. */
+inline int32_t peerRequestAnswer(int32_t requestType, size_t entries) {
+    return static_cast<int32_t>(static_cast<uint32_t>(requestType) * 100u +
+                                static_cast<uint32_t>(entries));
+}
+
 }  // namespace zeltest
