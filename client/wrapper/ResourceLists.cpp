@@ -1,6 +1,7 @@
 // Resource list builders: notification texts to lists of ZelClient::Resource,
 // each id taken from a fixed opcode or, position by position, from an opcode
 // table. Pure functions; they never log.
+#include <iterator>
 #include <optional>
 
 #include "ZelWrapper.h"
@@ -14,6 +15,10 @@ constexpr int32_t kResColocation = 0x01011040;  // also the game upgrade level
 constexpr int32_t kResGroupMigrateUp = 0x01010FB0;
 constexpr int32_t kResGroupMigrateDown = 0x01010FC0;
 constexpr int32_t kResGameUpgradeText = 0x010115B0;
+
+// The opcode table of each group of a game adaptation text, in group order.
+const int32_t (*const kAdpTables[])[4] = {&opCodeAdpXpuCoreBoost, &opCodeAdpXpuCoreLimit,
+                                          &opCodeAdpXpuFreqBoost, &opCodeAdpXpuFreqLimit};
 
 // Appends (table[i], values[i]) for every value that has a table entry; the
 // surplus values of a text longer than the table are ignored.
@@ -78,27 +83,15 @@ std::vector<ZelClient::Resource> getGameAdpList(const std::string& text) {
     if (text.empty()) return list;
     const std::vector<std::string> groups = stringUtils::split(text, ";");
     for (size_t g = 0; g < groups.size(); ++g) {
-        // A group needs a ",", even when it holds a single value.
+        // A group needs a ",", even when it holds a single value; a fifth
+        // group and later ones are ignored.
         if (!stringUtils::contains(groups[g], ",")) continue;
         const std::vector<std::string> values = stringUtils::split(groups[g], ",");
         const auto trimmed = [&](size_t j) -> std::optional<std::string> {
             return stringUtils::trim(values[j], stringUtils::WHITESPACE);
         };
-        switch (g) {
-            case 0:
-                appendByPosition(list, opCodeAdpXpuCoreBoost, values.size(), trimmed);
-                break;
-            case 1:
-                appendByPosition(list, opCodeAdpXpuCoreLimit, values.size(), trimmed);
-                break;
-            case 2:
-                appendByPosition(list, opCodeAdpXpuFreqBoost, values.size(), trimmed);
-                break;
-            case 3:
-                appendByPosition(list, opCodeAdpXpuFreqLimit, values.size(), trimmed);
-                break;
-            default:  // a fifth group and later ones are ignored
-                break;
+        if (g < std::size(kAdpTables)) {
+            appendByPosition(list, *kAdpTables[g], values.size(), trimmed);
         }
     }
     return list;

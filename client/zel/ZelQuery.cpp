@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include "zel.h"
@@ -15,27 +16,45 @@ using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestData;
 using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestParcel;
 using ::aidl::vendor::tarvo::hardware::dolm::IDolm;
 
+namespace {
+
+// getData through the call frame for the queries that log `callLine` once the
+// holder is known to be set and report a failed call like an empty answer.
+// Null when the holder was empty (nothing to report); otherwise the answer,
+// empty after a failed call.
+std::optional<std::vector<DolmRequestData>> queryData(const char* label, const char* callLine,
+                                                      const DolmRequestParcel& parcel) {
+    std::vector<DolmRequestData> answer;
+    const zel::CallResult called = zel::callService(label, [&](IDolm& hal) {
+        ALOGI("%s", callLine);
+        return hal.getData(parcel, &answer);
+    });
+    if (called == zel::CallResult::kNoProxy) return std::nullopt;
+    if (called == zel::CallResult::kFailed) answer.clear();
+    return answer;
+}
+
+}  // namespace
+
 int32_t ZelGetHistory(std::string& history) {
     ALOGI("zel client ZelGetHistory");
     if (const int32_t result = zel::connect(); result != 0) return result;
 
     DolmRequestParcel parcel;
     parcel.requestType = zel::kReqHistory;
-    std::vector<DolmRequestData> answer;
-    const zel::CallResult called = zel::callService("ZelGetHistory", [&](IDolm& hal) {
-        ALOGI("zel client hal ZelGetHistory");
-        return hal.getData(parcel, &answer);
-    });
-    if (called == zel::CallResult::kNoProxy) return -1;
-    if (called == zel::CallResult::kFailed || answer.empty()) {
+    const std::optional<std::vector<DolmRequestData>> answer =
+            queryData("ZelGetHistory", "zel client hal ZelGetHistory", parcel);
+    if (!answer.has_value()) return -1;
+    if (answer->empty()) {
         ALOGE("failed to get history or return vector empty, data vector size %d",
-              static_cast<int>(answer.size()));
+              static_cast<int>(answer->size()));
         return -1;
     }
     history = "start:";
-    for (size_t i = 0; i < answer.size(); ++i) {
+    for (size_t i = 0; i < answer->size(); ++i) {
         if (i > 0) history += ';';
-        history += answer[i].extra.has_value() ? *answer[i].extra : "none";
+        const std::optional<std::string>& extra = (*answer)[i].extra;
+        history += extra.has_value() ? *extra : "none";
     }
     history += ";end";
     ALOGD("get history successful: %s", history.c_str());
@@ -100,20 +119,17 @@ int32_t ZelGetPMStatus(int32_t mode) {
     parcel.requestType = zel::kReqPmStatus;
     parcel.data.resize(1);
     parcel.data.front().id = mode;
-    std::vector<DolmRequestData> answer;
-    const zel::CallResult called = zel::callService("ZelGetPMStatus", [&](IDolm& hal) {
-        ALOGI("zel client hal ZelGetPMStatus");
-        return hal.getData(parcel, &answer);
-    });
-    if (called == zel::CallResult::kNoProxy) return -1;
-    if (called == zel::CallResult::kFailed || answer.empty()) {
+    const std::optional<std::vector<DolmRequestData>> answer =
+            queryData("ZelGetPMStatus", "zel client hal ZelGetPMStatus", parcel);
+    if (!answer.has_value()) return -1;
+    if (answer->empty()) {
         ALOGE("failed to get power mode status, mode %d, data vector size %d", mode,
-              static_cast<int>(answer.size()));
+              static_cast<int>(answer->size()));
         return -1;
     }
     // An entry without a value raises std::bad_optional_access to the caller:
     // the one error this library lets cross its boundary.
-    const std::string& text = answer.front().value.value();
+    const std::string& text = answer->front().value.value();
     try {
         return std::stoi(text);
     } catch (const std::invalid_argument& e) {
