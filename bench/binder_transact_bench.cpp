@@ -1,0 +1,188 @@
+// One synchronous two-way binder transaction (about 300 bytes in, 8 bytes
+// out) across processes and within one process, side by side with a raw
+// Unix-socket request/reply of the same sizes between the same two
+// processes. BM_BinderVersusRaw alternates the two and reports the ratio.
+#include <android/binder_auto_utils.h>
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+namespace {
+
+constexpr const char* kRemoteInstance = "bench.IEcho/remote";
+constexpr const char* kLocalInstance = "bench.IEcho/local";
+constexpr size_t kRequestSize = 300;
+constexpr size_t kReplySize = 8;
+// The binder request carries the interface token (16 bytes for
+// "bench.IEcho") and a string (4-byte length, text, NUL, padding): 276
+// characters make 300 bytes of parcel data.
+const std::string kText(276, 'r');
+
+binder_status_t onTransact(AIBinder*, transaction_code_t, const AParcel* in, AParcel* out) {
+    std::string text;
+    binder_status_t status = ndk::AParcel_readString(in, &text);
+    return status == STATUS_OK ? AParcel_writeInt64(out, static_cast<int64_t>(text.size())) : status;
+}
+
+AIBinder_Class* benchClass() {
+    static AIBinder_Class* clazz = AIBinder_Class_define(
+            "bench.IEcho", [](void* args) { return args; }, [](void*) {}, onTransact);
+    return clazz;
+}
+
+bool readFull(int fd, void* data, size_t size) {
+    auto* bytes = static_cast<char*>(data);
+    while (size > 0) {
+        ssize_t got = read(fd, bytes, size);
+        if (got <= 0) return false;
+        bytes += got;
+        size -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+// The raw server: reads a whole request, answers with a whole reply.
+void serveRaw(int fd) {
+    char request[kRequestSize];
+    char reply[kReplySize] = {};
+    while (readFull(fd, request, sizeof(request))) {
+        if (write(fd, reply, sizeof(reply)) != static_cast<ssize_t>(sizeof(reply))) return;
+    }
+}
+
+struct Setup {
+    pid_t child = -1;
+    int rawFd = -1;
+    ndk::SpAIBinder remote;
+    ndk::SpAIBinder local;
+};
+Setup gSetup;
+
+void rawRoundTrip() {
+    char request[kRequestSize] = {'q'};
+    char reply[kReplySize];
+    if (write(gSetup.rawFd, request, sizeof(request)) != static_cast<ssize_t>(sizeof(request)) ||
+        !readFull(gSetup.rawFd, reply, sizeof(reply))) {
+        abort();
+    }
+}
+
+void binderRoundTrip(AIBinder* binder) {
+    ndk::ScopedAParcel in;
+    ndk::ScopedAParcel out;
+    int64_t result = 0;
+    binder_status_t status = AIBinder_prepareTransaction(binder, in.getR());
+    if (status == STATUS_OK) status = ndk::AParcel_writeString(in.get(), kText);
+    if (status == STATUS_OK) {
+        status = AIBinder_transact(binder, FIRST_CALL_TRANSACTION, in.getR(), out.getR(), 0);
+    }
+    if (status == STATUS_OK) status = AParcel_readInt64(out.get(), &result);
+    if (status != STATUS_OK) {
+        fprintf(stderr, "binder round trip failed: %d\n", status);
+        abort();
+    }
+    benchmark::DoNotOptimize(result);
+}
+
+void BM_RawSocketCrossProcess(benchmark::State& state) {
+    for (auto _ : state) rawRoundTrip();
+}
+BENCHMARK(BM_RawSocketCrossProcess);
+
+void BM_BinderCrossProcess(benchmark::State& state) {
+    for (auto _ : state) binderRoundTrip(gSetup.remote.get());
+}
+BENCHMARK(BM_BinderCrossProcess);
+
+void BM_BinderSameProcess(benchmark::State& state) {
+    for (auto _ : state) binderRoundTrip(gSetup.local.get());
+}
+BENCHMARK(BM_BinderSameProcess);
+
+// Alternates both round trips so that both see the same machine load.
+void BM_BinderVersusRaw(benchmark::State& state) {
+    using Clock = std::chrono::steady_clock;
+    Clock::duration binderTime{};
+    Clock::duration rawTime{};
+    for (auto _ : state) {
+        auto start = Clock::now();
+        binderRoundTrip(gSetup.remote.get());
+        auto middle = Clock::now();
+        rawRoundTrip();
+        auto end = Clock::now();
+        binderTime += middle - start;
+        rawTime += end - middle;
+    }
+    double iterations = static_cast<double>(state.iterations());
+    double binderNs = std::chrono::duration<double, std::nano>(binderTime).count() / iterations;
+    double rawNs = std::chrono::duration<double, std::nano>(rawTime).count() / iterations;
+    state.counters["binder_ns"] = binderNs;
+    state.counters["raw_ns"] = rawNs;
+    state.counters["ratio"] = binderNs / rawNs;
+}
+BENCHMARK(BM_BinderVersusRaw)->MinTime(2.0);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string dir = (std::filesystem::temp_directory_path() / "binder-bench-XXXXXX").string();
+    if (mkdtemp(dir.data()) == nullptr) return 2;
+    setenv("BINDER_HOST_DIR", dir.c_str(), 1);
+
+    int sockets[2];
+    int ready[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0 || pipe(ready) != 0) {
+        return 2;
+    }
+    // The child serves both the binder service and the raw socket. The
+    // fork comes before either process uses the runtime or starts threads.
+    gSetup.child = fork();
+    if (gSetup.child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive the benchmark
+        close(sockets[0]);
+        close(ready[0]);
+        std::thread(serveRaw, sockets[1]).detach();
+        ndk::SpAIBinder service(AIBinder_new(benchClass(), nullptr));
+        if (AServiceManager_addService(service.get(), kRemoteInstance) != STATUS_OK) _exit(1);
+        ABinderProcess_startThreadPool();
+        if (write(ready[1], "r", 1) != 1) _exit(1);
+        ABinderProcess_joinThreadPool();
+    }
+    close(sockets[1]);
+    close(ready[1]);
+    char byte = 0;
+    if (read(ready[0], &byte, 1) != 1) return 1;
+    gSetup.rawFd = sockets[0];
+    gSetup.remote.set(AServiceManager_checkService(kRemoteInstance));
+    ndk::SpAIBinder localService(AIBinder_new(benchClass(), nullptr));
+    AServiceManager_addService(localService.get(), kLocalInstance);
+    ABinderProcess_startThreadPool();
+    gSetup.local.set(AServiceManager_checkService(kLocalInstance));
+    if (!AIBinder_associateClass(gSetup.remote.get(), benchClass()) ||
+        !AIBinder_associateClass(gSetup.local.get(), benchClass())) {
+        return 1;
+    }
+
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+
+    kill(gSetup.child, SIGKILL);
+    waitpid(gSetup.child, nullptr, 0);
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
+    return 0;
+}
