@@ -114,6 +114,11 @@ DolmCallbackGroup listenerGroup(std::vector<std::string> paths, int32_t handle,
  * listen_callback_mutex is held from the duplicate test through the service
  * call, the append of the accepted group and, on failure, the connection
  * reset. Returns the handle (-1 when refused or not written).
+ *
+ * The reset under the registry mutex inverts the usual order (connection lock
+ * first, registry mutex second), so a failing registration can deadlock with
+ * a concurrent registration that holds the shared lock and waits for the
+ * mutex. It is the established behaviour of these functions and kept so.
  */
 template <typename Build, typename Callback>
 int32_t registerListener(const char* failureLabel, Build&& build,

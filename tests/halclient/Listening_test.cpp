@@ -1,0 +1,239 @@
+// Listening by id, thermal notification and listening, and state queries by
+// id: parcels, the duplicate test, unregistration by handle, and results.
+#include "HalclientTestSupport.h"
+
+namespace halclienttest {
+namespace {
+
+using namespace dolmHalclient;
+
+const LogLine kDuplicate = error("Same callback interface registered already");
+const LogLine kRegistered = info("A callback has been registered to Dolm HAL ");
+const LogLine kNotRegistered = error("The callback was not registered before");
+
+LogLine unregistered(int handle) {
+    return info("a callback has been unregistered to Dolm HAL handle " + std::to_string(handle));
+}
+
+class ListeningTest : public HalclientTest {
+  protected:
+    int registerIds(std::vector<int32_t> ids, int handle) {
+        mService->setAnswer(Op::kRegisterListener, Answer::ok(handle));
+        ResourceList resources;
+        for (int32_t id : ids) resources.push_back(res(id, "1"));
+        return dolmResListeningRegister(resources, 0, mCallback);
+    }
+
+    std::shared_ptr<RecordingCallback> mCallback = std::make_shared<RecordingCallback>();
+};
+
+TEST_F(ListeningTest, RegisterSendsTheResourcesAndReturnsTheHandle) {
+    mService->setAnswer(Op::kRegisterListener, Answer::ok(11));
+    ResourceList resources{res(5, "50"), bare(7)};
+    EXPECT_EQ(dolmResListeningRegister(resources, 9, mCallback), 11);
+
+    std::vector<zeltest::Call> calls = mService->calls(Op::kRegisterListener);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_NE(calls[0].callback, nullptr);
+    const DolmRequestParcel& parcel = calls[0].parcel;
+    EXPECT_EQ(parcel.requestType, 0);
+    EXPECT_EQ(parcel.clientArg, 9);
+    EXPECT_EQ(parcel.callback, nullptr);
+    EXPECT_FALSE(parcel.tags.has_value());
+    EXPECT_EQ(parcel.data, (std::vector<DolmRequestData>{entry(5, "50"), entry(7, "")}));
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolmResListeningRegister"), kRegistered}));
+}
+
+TEST_F(ListeningTest, SameIdListIsRefusedUntilUnregistered) {
+    EXPECT_EQ(registerIds({5, 7}, 11), 11);
+    EXPECT_EQ(registerIds({5, 7}, 12), -1);
+    EXPECT_EQ(mLog.count(kDuplicate), 1u);
+    EXPECT_EQ(mService->calls(Op::kRegisterListener).size(), 1u);
+
+    EXPECT_EQ(registerIds({7, 5}, 13), 13);  // order matters
+
+    mService->setAnswer(Op::kUnregisterListener, Answer::ok(0));
+    EXPECT_EQ(dolmResListeningUnRegister(11), 0);
+    EXPECT_EQ(mLog.count(unregistered(11)), 1u);
+    EXPECT_EQ(mService->calls(Op::kUnregisterListener).at(0).first, 11);
+    EXPECT_EQ(registerIds({5, 7}, 14), 14);
+}
+
+TEST_F(ListeningTest, FailedRegistrationRecordsNothing) {
+    mService->setAnswer(Op::kRegisterListener, Answer::serviceSpecific(2));
+    ResourceList resources{res(5, "1")};
+    EXPECT_EQ(dolmResListeningRegister(resources, 0, mCallback), -1);
+    // Reported under the map registration's name.
+    EXPECT_EQ(mLog.count(failed("dolm_res_listening_register_map")), 1u);
+    EXPECT_EQ(mLog.count(kRegistered), 0u);
+    EXPECT_EQ(registerIds({5}, 3), 3);
+}
+
+TEST_F(ListeningTest, NegativeHandleIsRecordedToo) {
+    EXPECT_EQ(registerIds({1}, -7), -7);
+    EXPECT_EQ(registerIds({1}, 2), -1);
+    EXPECT_EQ(dolmResListeningUnRegister(-7), 0);
+    EXPECT_EQ(mLog.count(unregistered(-7)), 1u);
+}
+
+TEST_F(ListeningTest, UnregisterOfUnknownHandleStillReturnsTheServiceResult) {
+    mService->setAnswer(Op::kUnregisterListener, Answer::ok(4));
+    EXPECT_EQ(dolmResListeningUnRegister(99), 4);
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolmResListeningUnRegister"),
+                                                  kNotRegistered}));
+}
+
+TEST_F(ListeningTest, FailedUnregisterStillRemovesTheGroupsThenResets) {
+    registerIds({1}, 6);
+    mLog.clear();
+    mService->setAnswer(Op::kUnregisterListener, Answer::transportFailure(STATUS_DEAD_OBJECT));
+    EXPECT_EQ(dolmResListeningUnRegister(6), -1);
+    EXPECT_EQ(mLog.lines(),
+              (std::vector<LogLine>{info("dolm client dolmResListeningUnRegister"), unregistered(6),
+                                    failed("dolmResListeningUnRegister")}));
+    EXPECT_EQ(registerIds({1}, 7), 7);
+}
+
+TEST_F(ListeningTest, ListenerDeliveriesReachTheCallerAndLeaveTheRegistryAlone) {
+    registerIds({0x10, 0x11}, 1);
+    mLog.clear();
+    ASSERT_TRUE(mService->deliver(0, {entry(0x10, "1"), entry(0x11, std::nullopt)}).isOk());
+    ASSERT_TRUE(mService->deliver(0, {entry(0x10, "2")}).isOk());
+    std::vector<ResourceList> deliveries = mCallback->deliveries();
+    ASSERT_EQ(deliveries.size(), 2u);
+    EXPECT_EQ(deliveries[1].front().value, std::optional<std::string>("2"));
+    EXPECT_EQ(mLog.count(cbInfo("DolmCallbackClient::onCallback res_Id 0x10 res_Value 1 "
+                                "is_register 1")),
+              1u);
+    EXPECT_EQ(mLog.count(cbInfo("DolmCallbackClient::onCallback res_Id 0x11 is_register 1")), 1u);
+    EXPECT_TRUE(mLog.lines("DOLMFramework-lib-vendor").empty());
+    for (const LogLine& line : mLog.lines()) {
+        EXPECT_EQ(line.text.find("request_callbacks"), std::string::npos) << line.text;
+    }
+}
+
+TEST_F(ListeningTest, EmptyIdListCollidesWithAnyPathRegistration) {
+    mService->setAnswer(Op::kRegisterListener, Answer::ok(1));
+    EXPECT_EQ(dolm_res_listening_register_by_path({"a"}, 0,
+                                                  std::make_shared<RecordingPathCallback>()),
+              1);
+    ResourceList empty;
+    EXPECT_EQ(dolmResListeningRegister(empty, 0, mCallback), -1);
+    EXPECT_EQ(mLog.count(kDuplicate), 1u);
+}
+
+using ThermalTest = ListeningTest;
+
+TEST_F(ThermalTest, NotifyMapsTheServiceAnswer) {
+    ResourceList resources{res(3, "2"), bare(0)};
+    mService->setAnswer(Op::kRequest, Answer::ok(5));
+    EXPECT_EQ(dolmThermalNotify(resources, 8), 0);
+    mService->setAnswer(Op::kRequest, Answer::ok(0));
+    EXPECT_EQ(dolmThermalNotify(resources, 8), -1);
+    mService->setAnswer(Op::kRequest, Answer::ok(1));
+    EXPECT_EQ(dolmThermalNotify(resources, 8), 0);
+
+    DolmRequestParcel parcel = requestParcel();
+    EXPECT_EQ(parcel.requestType, 7);
+    EXPECT_EQ(parcel.clientArg, 8);
+    EXPECT_EQ(parcel.option, 0);
+    EXPECT_EQ(parcel.leadArg, 0);
+    EXPECT_EQ(parcel.data, (std::vector<DolmRequestData>{entry(3, "2"), entry(0, "")}));
+
+    mService->setAnswer(Op::kRequest, Answer::serviceSpecific(5));
+    EXPECT_EQ(dolmThermalNotify(resources, 8), -1);
+    EXPECT_EQ(mLog.count(failed("dolmThermalNotify")), 1u);
+    EXPECT_EQ(mLog.count(info("dolm client dolmThermalNotify")), 4u);
+}
+
+TEST_F(ThermalTest, SameIdsRegisterTwiceAndBlockIdListening) {
+    mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(4));
+    EXPECT_EQ(dolmThermalListeningRegister({3, 4}, mCallback), 4);
+    mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(5));
+    EXPECT_EQ(dolmThermalListeningRegister({3, 4}, mCallback), 5);
+    std::vector<zeltest::Call> calls = mService->calls(Op::kRegisterThermalListener);
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].ids, (std::vector<int32_t>{3, 4}));
+    EXPECT_NE(calls[0].callback, nullptr);
+    EXPECT_EQ(mLog.count(info("subsys's callback has been registered to Dolm HAL")), 2u);
+
+    EXPECT_EQ(registerIds({3, 4}, 9), -1);
+    EXPECT_EQ(mLog.count(kDuplicate), 1u);
+}
+
+TEST_F(ThermalTest, EmptyIdVectorIsSentAsItIs) {
+    EXPECT_EQ(dolmThermalListeningRegister({}, mCallback), 0);
+    EXPECT_TRUE(mService->calls(Op::kRegisterThermalListener).at(0).ids.empty());
+}
+
+TEST_F(ThermalTest, GroupOutlivesThermalUnregistration) {
+    mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(4));
+    dolmThermalListeningRegister({3}, mCallback);
+    mService->setAnswer(Op::kUnregisterThermalListener, Answer::ok(2));
+    EXPECT_EQ(dolmThermalListeningUnregister(4), 2);
+    EXPECT_EQ(mService->calls(Op::kUnregisterThermalListener).at(0).first, 4);
+    EXPECT_EQ(mLog.count(info("subsys's callback has been unRegistered to Dolm HAL")), 1u);
+    // Still registered: the id list is refused, and the id-addressed
+    // unregistration finds the group.
+    EXPECT_EQ(registerIds({3}, 8), -1);
+    EXPECT_EQ(dolmResListeningUnRegister(4), 0);
+    EXPECT_EQ(mLog.count(unregistered(4)), 1u);
+    EXPECT_EQ(mLog.count(kNotRegistered), 0u);
+}
+
+TEST_F(ThermalTest, SharedHandleRemovesBothGroups) {
+    mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(4));
+    dolmThermalListeningRegister({1}, mCallback);
+    registerIds({2}, 4);
+    mLog.clear();
+    EXPECT_EQ(dolmResListeningUnRegister(4), 0);
+    EXPECT_EQ(mLog.count(unregistered(4)), 2u);
+    EXPECT_EQ(registerIds({2}, 6), 6);
+}
+
+TEST_F(ThermalTest, FailuresUseTheirLabels) {
+    mService->setAnswer(Op::kRegisterThermalListener, Answer::serviceSpecific(1));
+    EXPECT_EQ(dolmThermalListeningRegister({3}, mCallback), -1);
+    EXPECT_EQ(mLog.count(failed("dolmThermalListeningRegister")), 1u);
+    mService->setAnswer(Op::kUnregisterThermalListener, Answer::serviceSpecific(1));
+    EXPECT_EQ(dolmThermalListeningUnregister(3), -1);
+    EXPECT_EQ(mLog.count(failed("dolmThermalListeningUnregister")), 1u);
+    // Nothing was appended by the failed registration.
+    EXPECT_EQ(registerIds({3}, 5), 5);
+}
+
+using StateRequestTest = HalclientTest;
+
+TEST_F(StateRequestTest, AppendsTheAnswerAfterExistingElements) {
+    mService->setDataAnswer({entry(1, "a,b"), entry(2, std::nullopt), entry(3, "c", "p")});
+    ResourceList resources{res(1, "x"), bare(2)};
+    ResourceList out{res(9, "old"), bare(8)};
+    EXPECT_EQ(dolmResStateRequest(resources, 6, out), 5);
+
+    std::vector<zeltest::Call> calls = mService->calls(Op::kGetData);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].parcel.requestType, 0);
+    EXPECT_EQ(calls[0].parcel.clientArg, 6);
+    EXPECT_EQ(calls[0].parcel.data, (std::vector<DolmRequestData>{entry(1, "x"), entry(2, "")}));
+    std::vector<std::pair<int32_t, std::optional<std::string>>> got;
+    for (const auto& r : out) got.emplace_back(r.id, r.value);
+    EXPECT_EQ(got, (std::vector<std::pair<int32_t, std::optional<std::string>>>{
+                           {9, "old"}, {8, std::nullopt}, {1, "a,b"}, {2, ""}, {3, "c"}}));
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolmResStateRequest"),
+                                                  info("dolm client hal dolmResStateRequest"),
+                                                  info("dolm client dolmResStateRequest size 5")}));
+}
+
+TEST_F(StateRequestTest, EmptyAnswerOrFailureGivesMinusOne) {
+    ResourceList resources{res(1, "x")};
+    ResourceList out;
+    EXPECT_EQ(dolmResStateRequest(resources, 0, out), -1);
+    mService->setDataAnswer({entry(1, "1")});
+    mService->setAnswer(Op::kGetData, Answer::serviceSpecific(1));
+    EXPECT_EQ(dolmResStateRequest(resources, 0, out), -1);
+    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(mLog.count(failed("dolmResStateRequest")), 1u);
+}
+
+}  // namespace
+}  // namespace halclienttest
