@@ -66,7 +66,7 @@ TEST(StatusTest, DescriptionNamesTheError) {
     std::string text(description);
     AStatus_deleteDescription(description);
     EXPECT_NE(text.find("EX_SERVICE_SPECIFIC"), std::string::npos) << text;
-    EXPECT_NE(text.find("7"), std::string::npos) << text;
+    EXPECT_NE(text.find('7'), std::string::npos) << text;
     EXPECT_NE(text.find("busy"), std::string::npos) << text;
 
     std::string dead = ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT).getDescription();

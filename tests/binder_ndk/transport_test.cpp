@@ -117,10 +117,8 @@ TEST_F(TransportTest, AssociateClassOnProxyComparesRemoteDescriptor) {
     ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
     ASSERT_NE(proxy.get(), nullptr);
     EXPECT_EQ(AIBinder_getClass(proxy.get()), nullptr);
-    ndk::SpAIBinder unassociated = proxy;
     ndk::ScopedAParcel request;
-    EXPECT_EQ(AIBinder_prepareTransaction(unassociated.get(), request.getR()),
-              STATUS_INVALID_OPERATION);
+    EXPECT_EQ(AIBinder_prepareTransaction(proxy.get(), request.getR()), STATUS_INVALID_OPERATION);
 
     EXPECT_FALSE(AIBinder_associateClass(proxy.get(), callbackClass()));
     AIBinder_Class* twin = AIBinder_Class_define(
@@ -327,6 +325,7 @@ TEST_F(TransportTest, ManyThreadsCallAtOnce) {
     constexpr int kCalls = 100;
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kCalls; ++i) {

@@ -52,7 +52,7 @@ class Frame {
 };
 
 // A parcel's data for a request: the interface token, then int32 words.
-std::vector<uint8_t> requestData(const std::string& token, std::vector<int32_t> words) {
+std::vector<uint8_t> requestData(const std::string& token, const std::vector<int32_t>& words) {
     std::vector<uint8_t> data;
     auto put = [&](const void* p, size_t n) {
         const auto* b = static_cast<const uint8_t*>(p);

@@ -73,7 +73,7 @@ class SharedRefBase {
 class ICInterface : public SharedRefBase {
   public:
     ICInterface() {}
-    virtual ~ICInterface() {}
+    ~ICInterface() override {}
 
     /** The binder object of this interface (one strong reference in the holder). */
     virtual SpAIBinder asBinder() = 0;
@@ -153,7 +153,7 @@ template <typename INTERFACE>
 class BnCInterface : public INTERFACE {
   public:
     BnCInterface() {}
-    virtual ~BnCInterface() {}
+    ~BnCInterface() override {}
 
     SpAIBinder asBinder() override;
     bool isRemote() override { return false; }
@@ -186,7 +186,7 @@ template <typename INTERFACE>
 class BpCInterface : public INTERFACE {
   public:
     explicit BpCInterface(const SpAIBinder& binder) : mBinder(binder) {}
-    virtual ~BpCInterface() {}
+    ~BpCInterface() override {}
 
     SpAIBinder asBinder() override { return mBinder; }
     bool isRemote() override { return AIBinder_isRemote(mBinder.get()); }

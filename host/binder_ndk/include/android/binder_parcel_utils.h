@@ -229,6 +229,8 @@ inline binder_status_t AParcel_readVector(
 
 // For each primitive type: write/read of std::vector<T> and of
 // std::optional<std::vector<T>> (an empty optional is a null array).
+// T is a type used as a template argument, where parentheses cannot go.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define ZEL_BINDER_PRIMITIVE_VECTOR(T, Name)                                                   \
     inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<T>& vec) {   \
         return AParcel_write##Name##Array(parcel, vec.data(), internal::containerLength(vec)); \
@@ -246,6 +248,7 @@ inline binder_status_t AParcel_readVector(
         return AParcel_read##Name##Array(parcel, vec,                                          \
                                          AParcel_nullableStdVectorExternalAllocator<T>);       \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 ZEL_BINDER_PRIMITIVE_VECTOR(int32_t, Int32)
 ZEL_BINDER_PRIMITIVE_VECTOR(uint32_t, Uint32)
