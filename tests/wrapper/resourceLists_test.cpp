@@ -31,8 +31,26 @@ struct TextCase {
     List expected;
 };
 
+// Names the case after its text, with control characters spelled out so that
+// test names stay printable.
 void PrintTo(const TextCase& c, std::ostream* os) {
-    *os << "\"" << c.text << "\"";
+    *os << "\"";
+    for (const char* p = c.text; *p != '\0'; ++p) {
+        switch (*p) {
+            case '\t':
+                *os << "\\t";
+                break;
+            case '\r':
+                *os << "\\r";
+                break;
+            case '\n':
+                *os << "\\n";
+                break;
+            default:
+                *os << *p;
+        }
+    }
+    *os << "\"";
 }
 
 const int32_t kTl0 = opCodeTargetLoad[0], kTl1 = opCodeTargetLoad[1], kTl2 = opCodeTargetLoad[2];
