@@ -1,9 +1,9 @@
 /*
  * Captures the trace markers the code under test emits through libcutils'
  * atrace_begin/atrace_end. Linking this into a test executable defines
- * atrace_begin_body and atrace_end_body there, which the dynamic linker
- * prefers to libcutils' own; an instance also marks tracing ready with the
- * categories of its choice enabled.
+ * atrace_get_enabled_tags, atrace_begin_body and atrace_end_body there, which
+ * the dynamic linker prefers to libcutils' own; an instance enables the trace
+ * categories of its choice.
  */
 #pragma once
 

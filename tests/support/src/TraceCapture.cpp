@@ -46,8 +46,14 @@ void TraceCapture::clear() {
 
 }  // namespace zeltest
 
-// These take the place of libcutils' own bodies, which would write to the
-// kernel's trace marker file.
+// These take the place of libcutils' own functions in the test executable
+// (the dynamic linker prefers the executable's definitions): the bodies would
+// write to the kernel's trace marker file, and the host libcutils answers
+// atrace_get_enabled_tags() with "nothing enabled" whatever is set.
+extern "C" uint64_t atrace_get_enabled_tags() {
+    return atrace_enabled_tags;
+}
+
 extern "C" void atrace_begin_body(const char* name) {
     std::lock_guard<std::mutex> lock(zeltest::gMutex);
     if (zeltest::gCapturing) zeltest::gEvents.push_back({true, name != nullptr ? name : ""});
