@@ -166,37 +166,40 @@ TEST_F(TransportTest, ObjectReadBackInItsOwnProcessIsTheLocalObject) {
     EXPECT_FALSE(AIBinder_isRemote(echoState.held.get()));
 }
 
-TEST_F(TransportTest, OwnerReleasesObjectWhenRemoteHolderDropsIt) {
-    ChildServer child(kInstance);
-    ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    Observed observed;
-    ndk::SpAIBinder callback = newCallback(&observed);
-    int32_t result = 0;
-    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-
-    callback.set(nullptr);  // only the child's proxy keeps it alive now
-    {
-        std::lock_guard<std::mutex> lock(observed.mutex);
-        EXPECT_EQ(observed.destroyed, 0);
+// A callback object of this process held only by the child's echo service.
+class RemoteHolderTest : public TransportTest {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(mChild.ready());
+        mProxy.set(AServiceManager_checkService(kInstance));
+        ASSERT_NE(mProxy.get(), nullptr);
+        ndk::SpAIBinder callback = newCallback(&mObserved);
+        int32_t result = 0;
+        ASSERT_EQ(callWithBinder(mProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+        // Dropping the last local reference: only the child's proxy keeps it alive now.
     }
-    ASSERT_EQ(callInt(proxy.get(), kDropHeld, &result), STATUS_OK);
-    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+    bool destroyedOnce() {
+        return mObserved.waitFor([&] { return mObserved.destroyed == 1; });
+    }
+
+    Observed mObserved;  // outlives the callback object's last release
+    ChildServer mChild{kInstance};
+    ndk::SpAIBinder mProxy;
+};
+
+TEST_F(RemoteHolderTest, OwnerReleasesObjectWhenRemoteHolderDropsIt) {
+    {
+        std::lock_guard<std::mutex> lock(mObserved.mutex);
+        EXPECT_EQ(mObserved.destroyed, 0);
+    }
+    int32_t result = 0;
+    ASSERT_EQ(callInt(mProxy.get(), kDropHeld, &result), STATUS_OK);
+    EXPECT_TRUE(destroyedOnce());
 }
 
-TEST_F(TransportTest, OwnerReleasesObjectWhenRemoteHolderDies) {
-    ChildServer child(kInstance);
-    ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    Observed observed;
-    ndk::SpAIBinder callback = newCallback(&observed);
-    int32_t result = 0;
-    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    callback.set(nullptr);
-    child.kill();
-    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+TEST_F(RemoteHolderTest, OwnerReleasesObjectWhenRemoteHolderDies) {
+    mChild.kill();
+    EXPECT_TRUE(destroyedOnce());
 }
 
 TEST_F(TransportTest, OnewayCallsArriveInOrder) {

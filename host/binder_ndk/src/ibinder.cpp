@@ -272,28 +272,33 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
     return onDump != nullptr ? onDump(binder, fd, args, numArgs) : STATUS_OK;
 }
 
-binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
-                                     void* cookie) {
+namespace {
+
+// Death links exist on proxies only: local objects cannot die apart from their process.
+template <typename Operation>
+binder_status_t onProxyLinks(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                             Operation operation) {
     if (binder == nullptr || recipient == nullptr) {
         return STATUS_UNEXPECTED_NULL;
     }
     ABpBinder* proxy = binder->asProxy();
-    if (proxy == nullptr) {
-        return STATUS_INVALID_OPERATION;
-    }
-    return proxy->linkToDeath(recipient->mState, cookie);
+    return proxy != nullptr ? operation(proxy, recipient->mState) : STATUS_INVALID_OPERATION;
+}
+
+}  // namespace
+
+binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
+                                     void* cookie) {
+    return onProxyLinks(binder, recipient, [cookie](ABpBinder* proxy, const auto& state) {
+        return proxy->linkToDeath(state, cookie);
+    });
 }
 
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie) {
-    if (binder == nullptr || recipient == nullptr) {
-        return STATUS_UNEXPECTED_NULL;
-    }
-    ABpBinder* proxy = binder->asProxy();
-    if (proxy == nullptr) {
-        return STATUS_INVALID_OPERATION;
-    }
-    return proxy->unlinkToDeath(recipient->mState, cookie);
+    return onProxyLinks(binder, recipient, [cookie](ABpBinder* proxy, const auto& state) {
+        return proxy->unlinkToDeath(state, cookie);
+    });
 }
 
 uid_t AIBinder_getCallingUid() {

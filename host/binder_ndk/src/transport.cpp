@@ -520,17 +520,8 @@ bool Runtime::ensureControlLocked(const std::shared_ptr<Peer>& peer) {
     if (peer->mControlOut >= 0) {
         return true;
     }
-    int fd = connectTo(peer->mPath);
+    int fd = connectAndGreet(peer, kHelloControl);
     if (fd < 0) {
-        return false;
-    }
-    std::vector<uint8_t> hello;
-    Writer writer(hello);
-    writer.begin(kHelloControl);
-    writer.i32(mPid);
-    writer.str(mSelfKey);
-    if (!sendAll(fd, writer.finish())) {
-        close(fd);
         return false;
     }
     peer->mControlOut = fd;
@@ -558,22 +549,29 @@ std::unique_ptr<Connection> Runtime::acquireConnection(const std::shared_ptr<Pee
         checkPeer(peer);
         return nullptr;
     }
-    int fd = connectTo(peer->mPath);
+    int fd = connectAndGreet(peer, kHelloData);
     if (fd < 0) {
         checkPeer(peer);
         return nullptr;
     }
-    auto conn = std::make_unique<Connection>(fd);
+    return std::make_unique<Connection>(fd);
+}
+
+int Runtime::connectAndGreet(const std::shared_ptr<Peer>& peer, uint32_t type) {
+    int fd = connectTo(peer->mPath);
+    if (fd < 0) {
+        return -1;
+    }
     std::vector<uint8_t> hello;
     Writer writer(hello);
-    writer.begin(kHelloData);
+    writer.begin(type);
     writer.i32(mPid);
     writer.str(mSelfKey);
     if (!sendAll(fd, writer.finish())) {
-        checkPeer(peer);
-        return nullptr;
+        close(fd);
+        return -1;
     }
-    return conn;
+    return fd;
 }
 
 void Runtime::releaseConnection(const std::shared_ptr<Peer>& peer,
@@ -591,15 +589,11 @@ bool Runtime::sendControl(const std::shared_ptr<Peer>& peer, const std::vector<u
 
 void Runtime::checkPeer(const std::shared_ptr<Peer>& peer) {
     // A process that is gone no longer accepts connections on its endpoint.
-    int fd = connectTo(peer->mPath);
+    int fd = connectAndGreet(peer, kHelloProbe);
     if (fd < 0) {
         onPeerDied(peer);
         return;
     }
-    std::vector<uint8_t> probe;
-    Writer writer(probe);
-    writer.begin(kHelloProbe);
-    sendAll(fd, writer.finish());
     close(fd);
 }
 

@@ -105,6 +105,8 @@ class Runtime {
     std::shared_ptr<Peer> getPeer(const std::string& key);
     std::unique_ptr<Connection> acquireConnection(const std::shared_ptr<Peer>& peer);
     void releaseConnection(const std::shared_ptr<Peer>& peer, std::unique_ptr<Connection> conn);
+    /** Connects to \p peer and sends a hello of \p type; the descriptor, or -1. */
+    int connectAndGreet(const std::shared_ptr<Peer>& peer, uint32_t type);
     bool ensureControlLocked(const std::shared_ptr<Peer>& peer);
     bool sendControl(const std::shared_ptr<Peer>& peer, const std::vector<uint8_t>& frame);
     /** A call to \p peer failed on the connection: finds out whether the peer is gone. */
