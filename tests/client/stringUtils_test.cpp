@@ -20,6 +20,10 @@ struct SplitCase {
     Pieces expected;
 };
 
+void PrintTo(const SplitCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class SplitTest : public ::testing::TestWithParam<SplitCase> {};
 
 TEST_P(SplitTest, CutsAtEveryDelimiterCharacter) {
@@ -55,6 +59,10 @@ struct ParseCase {
     std::string text;
     int32_t expected;
 };
+
+void PrintTo(const ParseCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ParseIntTest : public ::testing::TestWithParam<ParseCase> {};
 
@@ -115,6 +123,10 @@ struct TrimCase {
     std::string right;
     std::string both;
 };
+
+void PrintTo(const TrimCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class TrimTest : public ::testing::TestWithParam<TrimCase> {};
 
