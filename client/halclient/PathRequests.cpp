@@ -19,6 +19,20 @@ void appendPathValueEntries(DolmRequestParcel& parcel, const PathList& paths,
     }
 }
 
+// A path control request; refused when the lists differ in length.
+halclient::ControlRequest pathControl(const PathList& paths, const PathList& values,
+                                      const char* refusal, int leadArg, int64_t timeout, int option,
+                                      int flagArg, int clientArg) {
+    return {halclient::pathParcel(),
+            paths.size() == values.size() ? nullptr : refusal,
+            halclient::DOLM_REQ_RES_CTL,
+            leadArg,
+            timeout,
+            option,
+            flagArg,
+            clientArg};
+}
+
 // A map's entries in key order, path = key, value = the mapped text.
 void appendPathMapEntries(DolmRequestParcel& parcel, const PathMap& pathValues) {
     for (const auto& [path, value] : pathValues) {
@@ -40,6 +54,21 @@ bool queryByPath(const char* failureLabel, int clientArg, Build&& build,
     return outcome == halclient::CallOutcome::kOk && !answer.empty();
 }
 
+// Registers a path listener known by `paths`; `fill` adds the entries.
+template <typename Fill>
+int registerPathListener(const char* failureLabel, const PathList& paths, int clientArg,
+                         const std::shared_ptr<IClientCallbackByPath>& callback, Fill&& fill) {
+    return halclient::registerListener(
+            failureLabel,
+            [&](DolmRequestParcel& parcel) {
+                parcel = halclient::pathParcel();
+                parcel.clientArg = clientArg;
+                fill(parcel);
+                return paths;
+            },
+            callback);
+}
+
 }  // namespace
 
 namespace dolmHalclient {
@@ -51,41 +80,24 @@ void dolm_add_zdbdebug_for_request_parcel(DolmRequestParcel& parcel) {
 int dolm_resctl_request_by_path(int leadArg, int64_t timeout, const PathList& paths,
                                 const PathList& values, int option, int flagArg, int clientArg) {
     DOLM_LOGI("dolm client dolm_resctl_request");
-    return halclient::sendRequest("dolm_resctl_request_by_path", [&](DolmRequestParcel& parcel) {
-        parcel = halclient::pathParcel();
-        if (paths.size() != values.size()) {
-            DOLM_LOGE("dolm_resctl_request ERROR: size unmatched for paths and value ");
-            return false;
-        }
-        halclient::setControlFields(parcel, halclient::DOLM_REQ_RES_CTL, leadArg, timeout, option,
-                                    flagArg, clientArg);
-        appendPathValueEntries(parcel, paths, values);
-        return true;
-    });
+    return halclient::sendControlRequest(
+            "dolm_resctl_request_by_path",
+            pathControl(paths, values,
+                        "dolm_resctl_request ERROR: size unmatched for paths and value ", leadArg,
+                        timeout, option, flagArg, clientArg),
+            [&](DolmRequestParcel& parcel) { appendPathValueEntries(parcel, paths, values); });
 }
 
 int dolm_resctl_request_with_callback_by_path(
         int leadArg, int64_t timeout, const PathList& paths, const PathList& values, int option,
         int flagArg, int clientArg, const std::shared_ptr<IClientCallbackByPath>& callback) {
     DOLM_LOGI("dolm client dolm_resctl_request_with_callback");
-    return halclient::sendRequest(
-            "dolm client dolm_resctl_request_with_callback", [&](DolmRequestParcel& parcel) {
-                parcel = halclient::pathParcel();
-                if (paths.size() != values.size()) {
-                    // The id-addressed variant's text, kept for log readers.
-                    DOLM_LOGE(
-                            "dolm client dolm_resctl_request ERROR: size unmatched for id and "
-                            "value ");
-                    return false;
-                }
-                halclient::setControlFields(parcel, halclient::DOLM_REQ_RES_CTL, leadArg, timeout,
-                                            option, flagArg, clientArg);
-                halclient::attachRequestCallback(
-                        parcel, callback,
-                        "dolm client dolm_resctl_request_with_callback add to request_callbacks");
-                appendPathValueEntries(parcel, paths, values);
-                return true;
-            });
+    return halclient::sendControlRequest(
+            "dolm client dolm_resctl_request_with_callback",
+            pathControl(paths, values, halclient::kCallbackRequestRefusal, leadArg, timeout, option,
+                        flagArg, clientArg),
+            callback, "dolm client dolm_resctl_request_with_callback add to request_callbacks",
+            [&](DolmRequestParcel& parcel) { appendPathValueEntries(parcel, paths, values); });
 }
 
 int dolm_res_state_request_by_path(const PathList& paths, const PathList& values, int clientArg,
@@ -134,33 +146,23 @@ int dolm_res_state_request_map_by_path(const PathMap& pathValues, int clientArg,
 int dolm_res_listening_register_by_path(const PathList& paths, int clientArg,
                                         const std::shared_ptr<IClientCallbackByPath>& callback) {
     DOLM_LOGI("dolm client dolm_res_listening_register");
-    return halclient::registerListener(
-            "dolm_res_listening_register",
+    return registerPathListener(
+            "dolm_res_listening_register", paths, clientArg, callback,
             [&](DolmRequestParcel& parcel) {
-                parcel = halclient::pathParcel();
-                parcel.clientArg = clientArg;
                 for (const std::string& path : paths) {
                     parcel.data.push_back(halclient::pathEntry(path, std::nullopt));
                 }
-                return paths;
-            },
-            callback);
+            });
 }
 
 int dolm_res_listening_register_map_by_path(const PathMap& pathValues, int clientArg,
                                             const std::shared_ptr<IClientCallbackByPath>& callback) {
     DOLM_LOGI("dolm client dolm_res_listening_register_map");
-    return halclient::registerListener(
-            "dolm_res_listening_register_map",
-            [&](DolmRequestParcel& parcel) {
-                parcel = halclient::pathParcel();
-                parcel.clientArg = clientArg;
-                appendPathMapEntries(parcel, pathValues);
-                PathList keys;
-                for (const auto& entry : pathValues) keys.push_back(entry.first);
-                return keys;
-            },
-            callback);
+    PathList keys;
+    for (const auto& entry : pathValues) keys.push_back(entry.first);
+    return registerPathListener(
+            "dolm_res_listening_register_map", keys, clientArg, callback,
+            [&](DolmRequestParcel& parcel) { appendPathMapEntries(parcel, pathValues); });
 }
 
 }  // namespace dolmHalclient

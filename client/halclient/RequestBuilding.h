@@ -25,6 +25,13 @@ using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestData;
 using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestParcel;
 using ::aidl::vendor::tarvo::hardware::dolm::IDolm;
 
+/**
+ * The refusal of both control requests with a callback, id- and
+ * path-addressed alike (the path form has always used the id form's text).
+ */
+inline constexpr const char* kCallbackRequestRefusal =
+        "dolm client dolm_resctl_request ERROR: size unmatched for id and value ";
+
 /** Request-type codes of DolmRequestParcel::requestType. */
 enum RequestType : int32_t {
     DOLM_REQ_RES_CTL = 1,
@@ -100,6 +107,60 @@ int32_t sendRequest(const char* failureLabel, Build&& build) {
                              if (!build(parcel)) return std::nullopt;
                              return hal.request(parcel, result);
                          });
+}
+
+/** A control request (resource, sub-system or path control) before it is built. */
+struct ControlRequest {
+    /** The parcel to start from: a default one, or a tagged one for path control. */
+    DolmRequestParcel start;
+    /** Null when the arguments are valid, else the ERROR line that refuses them. */
+    const char* refusal;
+    int32_t requestType;
+    int leadArg;
+    int64_t timeout;
+    int option;
+    int flagArg;
+    int clientArg;
+};
+
+/**
+ * Sends a control request in the call frame: logs the refusal and sends
+ * nothing when there is one, else sets the control fields, runs `attach` (the
+ * one-shot callback, if any) and `fill` (the entries) on the parcel.
+ */
+template <typename Attach, typename Fill>
+int32_t sendControlRequest(const char* failureLabel, const ControlRequest& request, Attach&& attach,
+                           Fill&& fill) {
+    return sendRequest(failureLabel, [&](DolmRequestParcel& parcel) {
+        if (request.refusal != nullptr) {
+            DOLM_LOGE("%s", request.refusal);
+            return false;
+        }
+        parcel = request.start;
+        setControlFields(parcel, request.requestType, request.leadArg, request.timeout,
+                         request.option, request.flagArg, request.clientArg);
+        attach(parcel);
+        fill(parcel);
+        return true;
+    });
+}
+
+/** A control request without callback. */
+template <typename Fill>
+int32_t sendControlRequest(const char* failureLabel, const ControlRequest& request, Fill&& fill) {
+    return sendControlRequest(
+            failureLabel, request, [](DolmRequestParcel&) {}, std::forward<Fill>(fill));
+}
+
+/** A control request with a one-shot callback, registered as `addedLine` says. */
+template <typename Callback, typename Fill>
+int32_t sendControlRequest(const char* failureLabel, const ControlRequest& request,
+                           const std::shared_ptr<Callback>& callback, const char* addedLine,
+                           Fill&& fill) {
+    return sendControlRequest(
+            failureLabel, request,
+            [&](DolmRequestParcel& parcel) { attachRequestCallback(parcel, callback, addedLine); },
+            std::forward<Fill>(fill));
 }
 
 /** The registry record of an accepted id- or path-addressed registration. */

@@ -15,21 +15,33 @@ bool checkResourceList(ResourceList& resources) {
     return true;
 }
 
+namespace {
+
+// The request as sent, with `refusal` logged instead when the list is invalid.
+halclient::ControlRequest resourceControl(ResourceList& resources, const char* refusal, int leadArg,
+                                          int timeout, int option, int flagArg, int clientArg) {
+    return {DolmRequestParcel(),
+            checkResourceList(resources) ? nullptr : refusal,
+            halclient::DOLM_REQ_RES_CTL,
+            leadArg,
+            timeout,
+            option,
+            flagArg,
+            clientArg};
+}
+
+}  // namespace
+
 namespace dolmHalclient {
 
 int dolmResCtlRequest(int leadArg, int timeout, ResourceList& resources, int option, int flagArg,
                       int clientArg) {
     DOLM_LOGI("dolm client dolmResCtlRequest");
-    return halclient::sendRequest("dolmResCtlRequest", [&](DolmRequestParcel& parcel) {
-        if (!checkResourceList(resources)) {
-            DOLM_LOGE("dolmResCtlRequest ERROR: size unmatched for id and value ");
-            return false;
-        }
-        halclient::setControlFields(parcel, halclient::DOLM_REQ_RES_CTL, leadArg, timeout, option,
-                                    flagArg, clientArg);
-        halclient::appendResourceEntries(parcel, resources);
-        return true;
-    });
+    return halclient::sendControlRequest(
+            "dolmResCtlRequest",
+            resourceControl(resources, "dolmResCtlRequest ERROR: size unmatched for id and value ",
+                            leadArg, timeout, option, flagArg, clientArg),
+            [&](DolmRequestParcel& parcel) { halclient::appendResourceEntries(parcel, resources); });
 }
 
 int dolmResCtlRequest(int timeout, ResourceList& resources, int clientArg) {
@@ -58,21 +70,12 @@ int dolmResCtlRequest(int leadArg, int timeout, ResourceList& resources, int opt
     DOLM_LOGI("dolm client dolmResCtlRequest with callback");
     // The failure label names the callback client rather than this function;
     // log readers search for it as it stands.
-    return halclient::sendRequest(
-            "dolm client DolmCallbackClient with callback", [&](DolmRequestParcel& parcel) {
-                if (!checkResourceList(resources)) {
-                    DOLM_LOGE(
-                            "dolm client dolm_resctl_request ERROR: size unmatched for id and "
-                            "value ");
-                    return false;
-                }
-                halclient::setControlFields(parcel, halclient::DOLM_REQ_RES_CTL, leadArg, timeout,
-                                            option, flagArg, clientArg);
-                halclient::attachRequestCallback(
-                        parcel, callback, "dolm client dolmResCtlRequest add to request_callbacks");
-                halclient::appendResourceEntries(parcel, resources);
-                return true;
-            });
+    return halclient::sendControlRequest(
+            "dolm client DolmCallbackClient with callback",
+            resourceControl(resources, halclient::kCallbackRequestRefusal, leadArg, timeout, option,
+                            flagArg, clientArg),
+            callback, "dolm client dolmResCtlRequest add to request_callbacks",
+            [&](DolmRequestParcel& parcel) { halclient::appendResourceEntries(parcel, resources); });
 }
 
 int dolmResCtlRelease(int handle) {

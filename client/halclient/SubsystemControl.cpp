@@ -9,10 +9,23 @@ using halclient::IDolm;
 namespace {
 
 // The one entry of a sub-system request: the id and no texts at all.
-DolmRequestData subsystemEntry(int saId) {
+void setSubsystemEntry(DolmRequestParcel& parcel, int saId) {
     DolmRequestData entry;
     entry.id = saId;
-    return entry;
+    parcel.data = {entry};
+}
+
+// Sub-system requests are never refused.
+halclient::ControlRequest subsystemControl(int leadArg, int timeout, int option, int flagArg,
+                                           int clientArg) {
+    return {DolmRequestParcel(),
+            nullptr,
+            halclient::DOLM_REQ_SA_CTL,
+            leadArg,
+            timeout,
+            option,
+            flagArg,
+            clientArg};
 }
 
 }  // namespace
@@ -21,12 +34,9 @@ namespace dolmHalclient {
 
 int dolmSACtlRequest(int leadArg, int timeout, int saId, int option, int flagArg, int clientArg) {
     DOLM_LOGI("dolm client dolmSACtlRequest");
-    return halclient::sendRequest("dolmSACtlRequest", [&](DolmRequestParcel& parcel) {
-        halclient::setControlFields(parcel, halclient::DOLM_REQ_SA_CTL, leadArg, timeout, option,
-                                    flagArg, clientArg);
-        parcel.data = {subsystemEntry(saId)};
-        return true;
-    });
+    return halclient::sendControlRequest(
+            "dolmSACtlRequest", subsystemControl(leadArg, timeout, option, flagArg, clientArg),
+            [&](DolmRequestParcel& parcel) { setSubsystemEntry(parcel, saId); });
 }
 
 int dolmSACtlRequest(int timeout, int saId, int clientArg) {
@@ -36,14 +46,11 @@ int dolmSACtlRequest(int timeout, int saId, int clientArg) {
 int dolmSACtlRequest(int leadArg, int timeout, int saId, int option, int flagArg, int clientArg,
                      const std::shared_ptr<IClientCallback>& callback) {
     DOLM_LOGI("dolm client dolmSACtlRequest with callback");
-    return halclient::sendRequest("dolmSACtlRequest with callback", [&](DolmRequestParcel& parcel) {
-        halclient::setControlFields(parcel, halclient::DOLM_REQ_SA_CTL, leadArg, timeout, option,
-                                    flagArg, clientArg);
-        halclient::attachRequestCallback(parcel, callback,
-                                         "dolm client dolmSACtlRequest add to request_callbacks");
-        parcel.data = {subsystemEntry(saId)};
-        return true;
-    });
+    return halclient::sendControlRequest(
+            "dolmSACtlRequest with callback",
+            subsystemControl(leadArg, timeout, option, flagArg, clientArg), callback,
+            "dolm client dolmSACtlRequest add to request_callbacks",
+            [&](DolmRequestParcel& parcel) { setSubsystemEntry(parcel, saId); });
 }
 
 int dolmSACtlRelease(int handle) {

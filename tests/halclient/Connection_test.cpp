@@ -309,10 +309,12 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
         holder.join();
         for (std::thread& racer : racers) racer.join();
 
-        EXPECT_EQ(first, -1);
         EXPECT_EQ(results[0], 5);
         EXPECT_EQ(results[1], 5);
-        EXPECT_EQ(service->calls(Op::kRelease).size(), 2u);
+        // The first thread found no service, but it looks at the holder again
+        // after connecting, and may find the connection the others made.
+        EXPECT_TRUE(first == -1 || first == 5) << first;
+        EXPECT_EQ(service->calls(Op::kRelease).size(), first == 5 ? 3u : 2u);
         const size_t lost = log.count(notDeclared) - lostBefore;
         EXPECT_LE(lost, 1u);
         raced = lost == 1;
