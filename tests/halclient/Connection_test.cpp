@@ -333,26 +333,28 @@ TEST(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     zeltest::silenceLog();
     auto service = CallingBackService::startCallingBack({entry(1, "1")});
     ASSERT_NE(service, nullptr);
-    constexpr int kThreads = 4;
-    constexpr int kRequests = 10;
+    constexpr size_t kThreads = 4;
+    constexpr size_t kRequests = 10;
     std::vector<std::shared_ptr<RecordingCallback>> callbacks;
-    for (int i = 0; i < kThreads * kRequests; ++i) {
+    callbacks.reserve(kThreads * kRequests);
+    for (size_t i = 0; i < kThreads * kRequests; ++i) {
         callbacks.push_back(std::make_shared<RecordingCallback>());
     }
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    threads.reserve(kThreads);
+    for (size_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            for (int i = 0; i < kRequests; ++i) {
+            for (size_t i = 0; i < kRequests; ++i) {
                 ResourceList resources{res(1, "1")};
                 dolmResCtlRequest(-1, 1, resources, -1, -1, 0, callbacks[t * kRequests + i]);
-                dolmResCtlRelease(i);
+                dolmResCtlRelease(static_cast<int>(i));
             }
         });
     }
     for (std::thread& thread : threads) thread.join();
     for (const auto& callback : callbacks) EXPECT_EQ(callback->deliveries().size(), 1u);
     EXPECT_EQ(requestCallbackCount(), 0u);
-    EXPECT_EQ(service->calls(Op::kRequest).size(), size_t{kThreads * kRequests});
+    EXPECT_EQ(service->calls(Op::kRequest).size(), kThreads * kRequests);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ LogLine unregistered(int handle) {
 
 class ListeningTest : public HalclientTest {
   protected:
-    int registerIds(std::vector<int32_t> ids, int handle) {
+    int registerIds(const std::vector<int32_t>& ids, int handle) {
         mService->setAnswer(Op::kRegisterListener, Answer::ok(handle));
         ResourceList resources;
         for (int32_t id : ids) resources.push_back(res(id, "1"));
