@@ -23,7 +23,7 @@ test-tsan:
 	@$(MAKE) --no-print-directory test PRESET=tsan
 
 bench: build
-	@for b in build/$(PRESET)/bench/*_bench; do echo "== $$b"; $$b; done
+	@for b in $$(find build/$(PRESET)/bench -name '*_bench' -type f | sort); do echo "== $$b"; $$b; done
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -1,11 +1,8 @@
 # Event layer: its own connection to the service, acquire and release, notify
 # and rule control, and the read-side queries.
-# Needs the service's interface library (present once the binder runtime is).
-if(TARGET dolm::interface)
-    target_sources(tarvo-zel-client PRIVATE
-        ${CMAKE_CURRENT_LIST_DIR}/ZelConnection.cpp
-        ${CMAKE_CURRENT_LIST_DIR}/ZelEvent.cpp
-        ${CMAKE_CURRENT_LIST_DIR}/ZelNotify.cpp
-        ${CMAKE_CURRENT_LIST_DIR}/ZelQuery.cpp
-    )
-endif()
+target_sources(tarvo-zel-client PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/ZelConnection.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ZelEvent.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ZelNotify.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ZelQuery.cpp
+)
