@@ -109,31 +109,19 @@ IDolm::IDolm() = default;
 IDolm::~IDolm() = default;
 
 std::shared_ptr<IDolm> IDolm::fromBinder(const ::ndk::SpAIBinder& binder) {
-    if (!AIBinder_associateClass(binder.get(), gClass)) return nullptr;
-    std::shared_ptr<::ndk::ICInterface> local = ::ndk::ICInterface::asInterface(binder.get());
-    if (local != nullptr) return std::static_pointer_cast<IDolm>(local);
-    return ::ndk::SharedRefBase::make<BpDolm>(binder);
+    return internal::interfaceFromBinder<IDolm, BpDolm>(binder, gClass);
 }
 
 binder_status_t IDolm::writeToParcel(AParcel* parcel, const std::shared_ptr<IDolm>& instance) {
-    return AParcel_writeStrongBinder(parcel,
-                                     instance != nullptr ? instance->asBinder().get() : nullptr);
+    return internal::writeInterface(parcel, instance);
 }
 
 binder_status_t IDolm::readFromParcel(const AParcel* parcel, std::shared_ptr<IDolm>* instance) {
-    ::ndk::SpAIBinder binder;
-    binder_status_t status = AParcel_readStrongBinder(parcel, binder.getR());
-    if (status != STATUS_OK) return status;
-    *instance = IDolm::fromBinder(binder);
-    return STATUS_OK;
+    return internal::readInterface(parcel, instance);
 }
 
 bool IDolm::setDefaultImpl(std::shared_ptr<IDolm> impl) {
-    if (default_impl == nullptr && impl != nullptr) {
-        default_impl = std::move(impl);
-        return true;
-    }
-    return false;
+    return internal::setDefaultImplOnce(default_impl, std::move(impl));
 }
 
 const std::shared_ptr<IDolm>& IDolm::getDefaultImpl() {

@@ -54,33 +54,21 @@ IDolmCallback::IDolmCallback() = default;
 IDolmCallback::~IDolmCallback() = default;
 
 std::shared_ptr<IDolmCallback> IDolmCallback::fromBinder(const ::ndk::SpAIBinder& binder) {
-    if (!AIBinder_associateClass(binder.get(), gClass)) return nullptr;
-    std::shared_ptr<::ndk::ICInterface> local = ::ndk::ICInterface::asInterface(binder.get());
-    if (local != nullptr) return std::static_pointer_cast<IDolmCallback>(local);
-    return ::ndk::SharedRefBase::make<BpDolmCallback>(binder);
+    return internal::interfaceFromBinder<IDolmCallback, BpDolmCallback>(binder, gClass);
 }
 
 binder_status_t IDolmCallback::writeToParcel(AParcel* parcel,
                                              const std::shared_ptr<IDolmCallback>& instance) {
-    return AParcel_writeStrongBinder(parcel,
-                                     instance != nullptr ? instance->asBinder().get() : nullptr);
+    return internal::writeInterface(parcel, instance);
 }
 
 binder_status_t IDolmCallback::readFromParcel(const AParcel* parcel,
                                               std::shared_ptr<IDolmCallback>* instance) {
-    ::ndk::SpAIBinder binder;
-    binder_status_t status = AParcel_readStrongBinder(parcel, binder.getR());
-    if (status != STATUS_OK) return status;
-    *instance = IDolmCallback::fromBinder(binder);
-    return STATUS_OK;
+    return internal::readInterface(parcel, instance);
 }
 
 bool IDolmCallback::setDefaultImpl(std::shared_ptr<IDolmCallback> impl) {
-    if (default_impl == nullptr && impl != nullptr) {
-        default_impl = std::move(impl);
-        return true;
-    }
-    return false;
+    return internal::setDefaultImplOnce(default_impl, std::move(impl));
 }
 
 const std::shared_ptr<IDolmCallback>& IDolmCallback::getDefaultImpl() {

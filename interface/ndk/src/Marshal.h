@@ -7,6 +7,7 @@
 #pragma once
 
 #include <android/binder_ibinder.h>
+#include <android/binder_interface_utils.h>
 #include <android/binder_parcel_utils.h>
 #include <android/binder_status.h>
 
@@ -205,6 +206,45 @@ template <typename Value, typename Call>
     ::ndk::ScopedAStatus status = call();
     if (status.isOk()) cache = *result;
     return status;
+}
+
+/**
+ * fromBinder() of an interface: null when `binder` is null or not of
+ * `clazz`, the local object when the binder lives in this process, otherwise
+ * a new proxy of type `Proxy`.
+ */
+template <typename Interface, typename Proxy>
+std::shared_ptr<Interface> interfaceFromBinder(const ::ndk::SpAIBinder& binder,
+                                               AIBinder_Class* clazz) {
+    if (!AIBinder_associateClass(binder.get(), clazz)) return nullptr;
+    std::shared_ptr<::ndk::ICInterface> local = ::ndk::ICInterface::asInterface(binder.get());
+    if (local != nullptr) return std::static_pointer_cast<Interface>(local);
+    return ::ndk::SharedRefBase::make<Proxy>(binder);
+}
+
+/** Writes an interface as its binder (null allowed). */
+template <typename Interface>
+binder_status_t writeInterface(AParcel* parcel, const std::shared_ptr<Interface>& instance) {
+    return AParcel_writeStrongBinder(parcel,
+                                     instance != nullptr ? instance->asBinder().get() : nullptr);
+}
+
+/** Reads a binder (null allowed) and turns it into the interface. */
+template <typename Interface>
+binder_status_t readInterface(const AParcel* parcel, std::shared_ptr<Interface>* instance) {
+    ::ndk::SpAIBinder binder;
+    binder_status_t status = AParcel_readStrongBinder(parcel, binder.getR());
+    if (status != STATUS_OK) return status;
+    *instance = Interface::fromBinder(binder);
+    return STATUS_OK;
+}
+
+/** setDefaultImpl(): takes the first non-null implementation only. */
+template <typename Interface>
+bool setDefaultImplOnce(std::shared_ptr<Interface>& slot, std::shared_ptr<Interface> impl) {
+    if (slot != nullptr || impl == nullptr) return false;
+    slot = std::move(impl);
+    return true;
 }
 
 /** A status answering a method the implementation does not have. */
