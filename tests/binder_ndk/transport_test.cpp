@@ -144,10 +144,17 @@ TEST_F(TransportTest, CallbackObjectIsCalledBackOnBinderThreadOfCaller) {
     int32_t result = 0;
     ASSERT_EQ(callWithBinder(proxy.get(), kCallBack, callback.get(), "ping", &result), STATUS_OK);
     EXPECT_EQ(result, getpid());  // the callback ran in this process
-    std::lock_guard<std::mutex> lock(observed.mutex);
-    EXPECT_EQ(observed.calls, 1);
-    EXPECT_EQ(observed.lastText, "ping");
-    EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+    {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        EXPECT_EQ(observed.calls, 1);
+        EXPECT_EQ(observed.lastText, "ping");
+        EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+    }
+    // The child's release of the callback arrives on a binder thread, maybe
+    // after this body: the object must be gone before `observed` is.
+    callback.set(nullptr);
+    child.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
 }
 
 TEST_F(TransportTest, ObjectReadBackInItsOwnProcessIsTheLocalObject) {
@@ -161,9 +168,13 @@ TEST_F(TransportTest, ObjectReadBackInItsOwnProcessIsTheLocalObject) {
     ndk::SpAIBinder callback = newCallback(&callbackState);
     int32_t result = 0;
     ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    std::lock_guard<std::mutex> lock(echoState.mutex);
-    EXPECT_EQ(echoState.held.get(), callback.get());
-    EXPECT_FALSE(AIBinder_isRemote(echoState.held.get()));
+    ndk::SpAIBinder held;
+    {
+        std::lock_guard<std::mutex> lock(echoState.mutex);
+        std::swap(held, echoState.held);
+    }
+    EXPECT_EQ(held.get(), callback.get());
+    EXPECT_FALSE(AIBinder_isRemote(held.get()));
 }
 
 // A callback object of this process held only by the child's echo service.

@@ -2,6 +2,7 @@
 // incoming work is served with and without a started pool.
 #include <android/binder_process.h>
 
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -26,6 +27,15 @@ std::vector<ThreadPool*>& abandonedPools() {
 
 }  // namespace
 
+bool startDetachedThread(std::function<void()> body) {
+    try {
+        std::thread(std::move(body)).detach();
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
 ThreadPool& ThreadPool::get() {
     return *poolSlot();
 }
@@ -46,8 +56,9 @@ void ThreadPool::submit(std::function<void()> job) {
         mJobs.push_back(std::move(job));
         spawn = mIdle < mJobs.size();
     }
+    // When no thread can be started the job waits for the next idle one.
     if (spawn) {
-        std::thread([this] { work(false); }).detach();
+        startDetachedThread([this] { work(false); });
     } else {
         mJobReady.notify_one();
     }

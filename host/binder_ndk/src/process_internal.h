@@ -11,6 +11,12 @@
 
 namespace binder_host {
 
+/**
+ * Starts \p body on a detached thread. False, with nothing started, when the
+ * system refuses a thread (as it may while the process is exiting); never throws.
+ */
+bool startDetachedThread(std::function<void()> body);
+
 class ThreadPool {
   public:
     static ThreadPool& get();

@@ -366,8 +366,7 @@ bool Runtime::init() {
     if (mEpollFd < 0 || epoll_ctl(mEpollFd, EPOLL_CTL_ADD, mListenFd, &event) != 0) {
         return false;
     }
-    std::thread([this] { watch(); }).detach();
-    return true;
+    return startDetachedThread([this] { watch(); });
 }
 
 // ---- watcher: accepts connections, reads control messages ------------------
