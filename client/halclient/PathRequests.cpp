@@ -21,16 +21,9 @@ void appendPathValueEntries(DolmRequestParcel& parcel, const PathList& paths,
 
 // A path control request; refused when the lists differ in length.
 halclient::ControlRequest pathControl(const PathList& paths, const PathList& values,
-                                      const char* refusal, int leadArg, int64_t timeout, int option,
-                                      int flagArg, int clientArg) {
-    return {halclient::pathParcel(),
-            paths.size() == values.size() ? nullptr : refusal,
-            halclient::DOLM_REQ_RES_CTL,
-            leadArg,
-            timeout,
-            option,
-            flagArg,
-            clientArg};
+                                      const char* refusal, const halclient::ControlArgs& args) {
+    return {halclient::pathParcel(), paths.size() == values.size() ? nullptr : refusal,
+            halclient::DOLM_REQ_RES_CTL, args};
 }
 
 // A map's entries in key order, path = key, value = the mapped text.
@@ -83,8 +76,8 @@ int dolm_resctl_request_by_path(int leadArg, int64_t timeout, const PathList& pa
     return halclient::sendControlRequest(
             "dolm_resctl_request_by_path",
             pathControl(paths, values,
-                        "dolm_resctl_request ERROR: size unmatched for paths and value ", leadArg,
-                        timeout, option, flagArg, clientArg),
+                        "dolm_resctl_request ERROR: size unmatched for paths and value ",
+                        {leadArg, timeout, option, flagArg, clientArg}),
             [&](DolmRequestParcel& parcel) { appendPathValueEntries(parcel, paths, values); });
 }
 
@@ -94,8 +87,8 @@ int dolm_resctl_request_with_callback_by_path(
     DOLM_LOGI("dolm client dolm_resctl_request_with_callback");
     return halclient::sendControlRequest(
             "dolm client dolm_resctl_request_with_callback",
-            pathControl(paths, values, halclient::kCallbackRequestRefusal, leadArg, timeout, option,
-                        flagArg, clientArg),
+            pathControl(paths, values, halclient::kCallbackRequestRefusal,
+                        {leadArg, timeout, option, flagArg, clientArg}),
             callback, "dolm client dolm_resctl_request_with_callback add to request_callbacks",
             [&](DolmRequestParcel& parcel) { appendPathValueEntries(parcel, paths, values); });
 }

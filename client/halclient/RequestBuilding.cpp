@@ -27,14 +27,13 @@ DolmRequestParcel pathParcel() {
     return parcel;
 }
 
-void setControlFields(DolmRequestParcel& parcel, int32_t requestType, int leadArg, int64_t timeout,
-                      int option, int flagArg, int clientArg) {
+void setControlFields(DolmRequestParcel& parcel, int32_t requestType, const ControlArgs& args) {
     parcel.requestType = requestType;
-    parcel.flag = flagArg >= 1;
-    parcel.option = option;
-    parcel.clientArg = clientArg;
-    parcel.timeout = timeout;
-    parcel.leadArg = leadArg;
+    parcel.flag = args.flagArg >= 1;
+    parcel.option = args.option;
+    parcel.clientArg = args.clientArg;
+    parcel.timeout = args.timeout;
+    parcel.leadArg = args.leadArg;
 }
 
 std::shared_ptr<DolmCallbackClient> makeCallbackClient(

@@ -53,12 +53,20 @@ DolmRequestData pathEntry(const std::string& path, std::optional<std::string> va
 /** The tag every path-addressed parcel carries; adds the tag to a new default parcel. */
 DolmRequestParcel pathParcel();
 
+/** The caller's control arguments, as every control request form takes them. */
+struct ControlArgs {
+    int leadArg;
+    int64_t timeout;
+    int option;
+    int flagArg;
+    int clientArg;
+};
+
 /**
  * Sets the fields that resource, sub-system and path control share: the
  * request type, `flag` (true for `flagArg` of 1 or more) and the numbers.
  */
-void setControlFields(DolmRequestParcel& parcel, int32_t requestType, int leadArg, int64_t timeout,
-                      int option, int flagArg, int clientArg);
+void setControlFields(DolmRequestParcel& parcel, int32_t requestType, const ControlArgs& args);
 
 /** A new callback client wrapping `callback` in the id form or the path form. */
 std::shared_ptr<DolmCallbackClient> makeCallbackClient(
@@ -116,11 +124,7 @@ struct ControlRequest {
     /** Null when the arguments are valid, else the ERROR line that refuses them. */
     const char* refusal;
     int32_t requestType;
-    int leadArg;
-    int64_t timeout;
-    int option;
-    int flagArg;
-    int clientArg;
+    ControlArgs args;
 };
 
 /**
@@ -137,8 +141,7 @@ int32_t sendControlRequest(const char* failureLabel, const ControlRequest& reque
             return false;
         }
         parcel = request.start;
-        setControlFields(parcel, request.requestType, request.leadArg, request.timeout,
-                         request.option, request.flagArg, request.clientArg);
+        setControlFields(parcel, request.requestType, request.args);
         attach(parcel);
         fill(parcel);
         return true;

@@ -18,16 +18,10 @@ bool checkResourceList(ResourceList& resources) {
 namespace {
 
 // The request as sent, with `refusal` logged instead when the list is invalid.
-halclient::ControlRequest resourceControl(ResourceList& resources, const char* refusal, int leadArg,
-                                          int timeout, int option, int flagArg, int clientArg) {
-    return {DolmRequestParcel(),
-            checkResourceList(resources) ? nullptr : refusal,
-            halclient::DOLM_REQ_RES_CTL,
-            leadArg,
-            timeout,
-            option,
-            flagArg,
-            clientArg};
+halclient::ControlRequest resourceControl(ResourceList& resources, const char* refusal,
+                                          const halclient::ControlArgs& args) {
+    return {DolmRequestParcel(), checkResourceList(resources) ? nullptr : refusal,
+            halclient::DOLM_REQ_RES_CTL, args};
 }
 
 }  // namespace
@@ -40,7 +34,7 @@ int dolmResCtlRequest(int leadArg, int timeout, ResourceList& resources, int opt
     return halclient::sendControlRequest(
             "dolmResCtlRequest",
             resourceControl(resources, "dolmResCtlRequest ERROR: size unmatched for id and value ",
-                            leadArg, timeout, option, flagArg, clientArg),
+                            {leadArg, timeout, option, flagArg, clientArg}),
             [&](DolmRequestParcel& parcel) { halclient::appendResourceEntries(parcel, resources); });
 }
 
@@ -72,8 +66,8 @@ int dolmResCtlRequest(int leadArg, int timeout, ResourceList& resources, int opt
     // log readers search for it as it stands.
     return halclient::sendControlRequest(
             "dolm client DolmCallbackClient with callback",
-            resourceControl(resources, halclient::kCallbackRequestRefusal, leadArg, timeout, option,
-                            flagArg, clientArg),
+            resourceControl(resources, halclient::kCallbackRequestRefusal,
+                            {leadArg, timeout, option, flagArg, clientArg}),
             callback, "dolm client dolmResCtlRequest add to request_callbacks",
             [&](DolmRequestParcel& parcel) { halclient::appendResourceEntries(parcel, resources); });
 }

@@ -16,16 +16,8 @@ void setSubsystemEntry(DolmRequestParcel& parcel, int saId) {
 }
 
 // Sub-system requests are never refused.
-halclient::ControlRequest subsystemControl(int leadArg, int timeout, int option, int flagArg,
-                                           int clientArg) {
-    return {DolmRequestParcel(),
-            nullptr,
-            halclient::DOLM_REQ_SA_CTL,
-            leadArg,
-            timeout,
-            option,
-            flagArg,
-            clientArg};
+halclient::ControlRequest subsystemControl(const halclient::ControlArgs& args) {
+    return {DolmRequestParcel(), nullptr, halclient::DOLM_REQ_SA_CTL, args};
 }
 
 }  // namespace
@@ -35,7 +27,7 @@ namespace dolmHalclient {
 int dolmSACtlRequest(int leadArg, int timeout, int saId, int option, int flagArg, int clientArg) {
     DOLM_LOGI("dolm client dolmSACtlRequest");
     return halclient::sendControlRequest(
-            "dolmSACtlRequest", subsystemControl(leadArg, timeout, option, flagArg, clientArg),
+            "dolmSACtlRequest", subsystemControl({leadArg, timeout, option, flagArg, clientArg}),
             [&](DolmRequestParcel& parcel) { setSubsystemEntry(parcel, saId); });
 }
 
@@ -48,7 +40,7 @@ int dolmSACtlRequest(int leadArg, int timeout, int saId, int option, int flagArg
     DOLM_LOGI("dolm client dolmSACtlRequest with callback");
     return halclient::sendControlRequest(
             "dolmSACtlRequest with callback",
-            subsystemControl(leadArg, timeout, option, flagArg, clientArg), callback,
+            subsystemControl({leadArg, timeout, option, flagArg, clientArg}), callback,
             "dolm client dolmSACtlRequest add to request_callbacks",
             [&](DolmRequestParcel& parcel) { setSubsystemEntry(parcel, saId); });
 }
