@@ -18,7 +18,7 @@ namespace dolm {
 class BnDolm : public ::ndk::BnCInterface<IDolm> {
   public:
     BnDolm();
-    virtual ~BnDolm();
+    ~BnDolm() override;
     ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) final;
     ::ndk::ScopedAStatus getInterfaceHash(std::string* _aidl_return) final;
 

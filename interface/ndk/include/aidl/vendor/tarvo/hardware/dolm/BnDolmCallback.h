@@ -18,7 +18,7 @@ namespace dolm {
 class BnDolmCallback : public ::ndk::BnCInterface<IDolmCallback> {
   public:
     BnDolmCallback();
-    virtual ~BnDolmCallback();
+    ~BnDolmCallback() override;
     ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) final;
     ::ndk::ScopedAStatus getInterfaceHash(std::string* _aidl_return) final;
 

@@ -15,7 +15,7 @@ namespace dolm {
 class BpDolm : public ::ndk::BpCInterface<IDolm> {
   public:
     explicit BpDolm(const ::ndk::SpAIBinder& binder);
-    virtual ~BpDolm();
+    ~BpDolm() override;
 
     ::ndk::ScopedAStatus init() override;
     ::ndk::ScopedAStatus request(const DolmRequestParcel& in_parcel, int32_t* _aidl_return) override;

@@ -15,7 +15,7 @@ namespace dolm {
 class BpDolmCallback : public ::ndk::BpCInterface<IDolmCallback> {
   public:
     explicit BpDolmCallback(const ::ndk::SpAIBinder& binder);
-    virtual ~BpDolmCallback();
+    ~BpDolmCallback() override;
 
     ::ndk::ScopedAStatus onCallback(const std::vector<DolmRequestData>& in_data) override;
     /** Asks the remote side once and caches the answer (-1 until then). */

@@ -26,7 +26,7 @@ class IDolm : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
     IDolm();
-    virtual ~IDolm();
+    ~IDolm() override;
 
     /** Version of the frozen interface this code was written for. */
     static const int32_t version = 1;

@@ -23,7 +23,7 @@ class IDolmCallback : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
     IDolmCallback();
-    virtual ~IDolmCallback();
+    ~IDolmCallback() override;
 
     /** Version of the frozen interface this code was written for. */
     static const int32_t version = 1;
