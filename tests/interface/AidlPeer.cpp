@@ -82,6 +82,7 @@ class Peer : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
                                           int32_t* r) override {
         *r = std::accumulate(ids.begin(), ids.end(), 0);
         std::vector<DolmRequestData> levels;
+        levels.reserve(ids.size());
         for (int32_t id : ids) levels.push_back(entry(id, 0, std::nullopt));
         callBack(cb, levels);
         return record("registerThermalListener " + describe(ids) + " cb=" + (cb ? "set" : "null"));

@@ -29,7 +29,6 @@ namespace {
 
 using ::aidl::vendor::tarvo::hardware::dolm::BnDolmCallback;
 using ::aidl::vendor::tarvo::hardware::dolm::IDolm;
-using ::aidl::vendor::tarvo::hardware::dolm::IDolmCallback;
 
 constexpr const char* kPeerInstance = "vendor.tarvo.hardware.dolm.IDolm/crosscheck";
 
