@@ -16,8 +16,8 @@
 /** Listener registrations in the order they were accepted. */
 extern std::vector<DolmCallbackGroup> listen_callbacks;
 /**
- * Meant to guard listen_callbacks. Thermal registration appends without it,
- * as it always has; every other reader and writer takes it.
+ * Guards listen_callbacks. Taken after the connection lock (shared), and
+ * never held while the connection lock is taken exclusive.
  */
 extern std::mutex listen_callback_mutex;
 

@@ -29,14 +29,13 @@ int dolmResListeningRegister(ResourceList& resources, int clientArg,
 int dolmResListeningUnRegister(int handle) {
     DOLM_LOGI("dolm client dolmResListeningUnRegister");
     int32_t result = -1;
-    // The registry mutex is taken after the service call and kept through the
-    // reset of a failed call.
-    std::unique_lock<std::mutex> registryLock(listen_callback_mutex, std::defer_lock);
+    // The registry mutex is taken after the service call, and released before
+    // the reset of a failed call takes the connection lock exclusive.
     halclient::callInFrame(
             "dolmResListeningUnRegister",
             [&](IDolm& hal) { return hal.unregisterListener(handle, &result); },
             [&](bool /*ok*/) {
-                registryLock.lock();
+                std::lock_guard<std::mutex> registryLock(listen_callback_mutex);
                 halclient::removeListenersLocked(handle);
             });
     return result;

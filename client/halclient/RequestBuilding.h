@@ -176,13 +176,12 @@ DolmCallbackGroup listenerGroup(std::vector<std::string> paths, int32_t handle,
  * Registers a listener in the call frame. `build(parcel)` fills a default
  * parcel and returns the list (ids or paths) the registration is known by.
  * listen_callback_mutex is held from the duplicate test through the service
- * call, the append of the accepted group and, on failure, the connection
- * reset. Returns the handle (-1 when refused or not written).
+ * call and the append of the accepted group. Returns the handle (-1 when
+ * refused or not written).
  *
- * The reset under the registry mutex inverts the usual order (connection lock
- * first, registry mutex second), so a failing registration can deadlock with
- * a concurrent registration that holds the shared lock and waits for the
- * mutex. It is the established behaviour of these functions and kept so.
+ * A failed call releases the mutex before the connection reset takes the
+ * connection lock exclusive: a concurrent registration may hold that lock
+ * shared while it waits for the mutex, and the reset would wait for it.
  */
 template <typename Build, typename Callback>
 int32_t registerListener(const char* failureLabel, Build&& build,
@@ -205,9 +204,11 @@ int32_t registerListener(const char* failureLabel, Build&& build,
                 return hal.registerListener(parcel, client, &handle);
             },
             [&](bool ok) {
-                if (!ok) return;
-                listen_callbacks.push_back(listenerGroup(std::move(keys), handle, client));
-                DOLM_LOGI("A callback has been registered to Dolm HAL ");
+                if (ok) {
+                    listen_callbacks.push_back(listenerGroup(std::move(keys), handle, client));
+                    DOLM_LOGI("A callback has been registered to Dolm HAL ");
+                }
+                registryLock.unlock();
             });
     return handle;
 }

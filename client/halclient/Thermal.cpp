@@ -35,10 +35,12 @@ int dolmThermalListeningRegister(const std::vector<int>& ids,
             },
             [&](bool ok) {
                 if (!ok) return;
-                // Appended without listen_callback_mutex and without the
-                // duplicate test: thermal listening has always worked so, and
-                // the same ids may be registered any number of times.
-                listen_callbacks.push_back(halclient::listenerGroup(ids, handle, client));
+                // No duplicate test: the same ids may be registered for
+                // thermal events any number of times.
+                {
+                    std::lock_guard<std::mutex> registryLock(listen_callback_mutex);
+                    listen_callbacks.push_back(halclient::listenerGroup(ids, handle, client));
+                }
                 DOLM_LOGI("subsys's callback has been registered to Dolm HAL");
             });
     return handle;

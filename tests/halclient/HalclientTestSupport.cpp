@@ -139,14 +139,3 @@ DolmRequestParcel HalclientTest::requestParcel(size_t n) const {
 }
 
 }  // namespace halclienttest
-
-// The listener registrations and dolmResListeningUnRegister drop the
-// connection after a failed call while still holding listen_callback_mutex,
-// which they took under the shared connection lock. The client keeps that
-// established order on purpose, although a failing registration can deadlock
-// with a concurrent one; ThreadSanitizer would report the inversion in every
-// test of those failure paths. Nothing else is exempt.
-extern "C" const char* __tsan_default_suppressions() {
-    return "deadlock:halclient::registerListener\n"
-           "deadlock:dolmHalclient::dolmResListeningUnRegister\n";
-}
