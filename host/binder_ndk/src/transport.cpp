@@ -18,6 +18,7 @@
 #include <random>
 #include <thread>
 
+#include "frame_decoder.h"
 #include "parcel_internal.h"
 #include "process_internal.h"
 #include "registry.h"
@@ -294,6 +295,46 @@ class Reader {
     const uint8_t* mData;
     size_t mLeft;
 };
+
+namespace {
+
+/** A binder object as a parcel carries it on the wire; an empty key is null. */
+struct WireObject {
+    std::string key;
+    uint64_t nodeId = 0;
+    std::string descriptor;
+};
+
+// Reads a parcel as it travels: its data and its object table, every field
+// bounds-checked and every endpoint key validated. Resolves nothing.
+bool readParcel(Reader& in, std::vector<uint8_t>* data, std::vector<WireObject>* objects) {
+    uint32_t dataSize = 0;
+    const uint8_t* bytes = nullptr;
+    uint32_t count = 0;
+    if (!in.u32(&dataSize) || !in.view(dataSize, &bytes) || !in.u32(&count)) {
+        return false;
+    }
+    data->assign(bytes, bytes + dataSize);
+    // Each object takes at least 16 bytes on the wire.
+    if (count > in.left() / 16) {
+        return false;
+    }
+    objects->reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        WireObject object;
+        if (!in.str(&object.key, kMaxKeyLength) || !in.u64(&object.nodeId) ||
+            !in.str(&object.descriptor, kMaxDescriptorLength)) {
+            return false;
+        }
+        if (!object.key.empty() && !validKey(object.key)) {
+            return false;
+        }
+        objects->push_back(std::move(object));
+    }
+    return true;
+}
+
+}  // namespace
 
 Peer::Peer(std::string key, std::string path) : mKey(std::move(key)), mPath(std::move(path)) {}
 Peer::~Peer() = default;
@@ -822,35 +863,19 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
 
 bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>& sender,
                         bool forceProxies) {
-    uint32_t dataSize = 0;
-    const uint8_t* data = nullptr;
-    uint32_t count = 0;
-    if (!in.u32(&dataSize) || !in.view(dataSize, &data) || !in.u32(&count)) {
+    std::vector<WireObject> objects;
+    if (!readParcel(in, &parcel->mutableData(), &objects)) {
         return false;
     }
-    parcel->mutableData().assign(data, data + dataSize);
-    // Each object takes at least 16 bytes on the wire.
-    if (count > in.left() / 16) {
-        return false;
-    }
-    auto& objects = parcel->mutableObjects();
-    objects.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        std::string key;
-        uint64_t nodeId = 0;
-        std::string descriptor;
-        if (!in.str(&key, kMaxKeyLength) || !in.u64(&nodeId) ||
-            !in.str(&descriptor, kMaxDescriptorLength)) {
-            return false;
-        }
-        if (key.empty()) {
-            objects.emplace_back();
+    auto& resolved = parcel->mutableObjects();
+    resolved.reserve(objects.size());
+    for (WireObject& object : objects) {
+        if (object.key.empty()) {
+            resolved.emplace_back();
             continue;
         }
-        if (!validKey(key)) {
-            return false;
-        }
-        objects.push_back(resolve(key, nodeId, std::move(descriptor), sender, forceProxies));
+        resolved.push_back(resolve(object.key, object.nodeId, std::move(object.descriptor), sender,
+                                   forceProxies));
     }
     return true;
 }
@@ -1149,6 +1174,65 @@ binder_status_t Runtime::killLocal(ABBinder* binder) {
 
 pid_t Runtime::callingPid() {
     return tCallingPid;
+}
+
+// ---- decoding without a peer, for the fuzz target ----------------------------
+
+size_t decodeFrames(const uint8_t* data, size_t size, std::vector<std::vector<uint8_t>>* parcels) {
+    Connection stream(-1);
+    stream.buffer.assign(data, data + size);
+    stream.end = size;
+    size_t decoded = 0;
+    Frame frame;
+    while (takeFrame(stream, &frame) > 0) {
+        Reader reader(frame);
+        uint64_t node = 0;
+        uint32_t word = 0;
+        int32_t number = 0;
+        std::string text;
+        std::vector<uint8_t> parcel;
+        std::vector<WireObject> objects;
+        bool ok = false;
+        switch (frame.type) {
+            case kHelloData:
+            case kHelloControl:
+                ok = reader.i32(&number) && reader.str(&text, kMaxKeyLength) && validKey(text);
+                break;
+            case kHelloProbe:
+                ok = true;
+                break;
+            case kTransact:
+            case kTransactOneway:
+                ok = reader.u64(&node) && reader.u32(&word) && readParcel(reader, &parcel, &objects);
+                break;
+            case kReply:
+                ok = reader.i32(&number) && reader.u32(&word) &&
+                     (normalizeStatus(number) != STATUS_OK || readParcel(reader, &parcel, &objects));
+                break;
+            case kPing:
+            case kAcquire:
+            case kDead:
+                ok = reader.u64(&node);
+                break;
+            case kRelease:
+                ok = reader.u64(&node) && reader.u32(&word);
+                break;
+            case kGetService:
+                ok = reader.str(&text, kMaxDescriptorLength);
+                break;
+            default:
+                break;
+        }
+        if (!ok) {
+            break;
+        }
+        if (parcels != nullptr &&
+            (frame.type == kTransact || frame.type == kTransactOneway || frame.type == kReply)) {
+            parcels->push_back(std::move(parcel));
+        }
+        ++decoded;
+    }
+    return decoded;
 }
 
 }  // namespace binder_host
