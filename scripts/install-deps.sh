@@ -8,6 +8,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     android-liblog-dev android-libcutils-dev
     aidl
+    clang-14 libclang-rt-14-dev
 )
 
 missing=()

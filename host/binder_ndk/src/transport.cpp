@@ -1184,7 +1184,17 @@ size_t decodeFrames(const uint8_t* data, size_t size, std::vector<std::vector<ui
     stream.end = size;
     size_t decoded = 0;
     Frame frame;
-    while (takeFrame(stream, &frame) > 0) {
+    for (;;) {
+        // All bytes are here: a frame longer than what is left never completes
+        // (and the buffer need not grow for it, as it would on a socket).
+        uint32_t declared = 0;
+        if (stream.available() < kHeaderSize) {
+            break;
+        }
+        std::memcpy(&declared, stream.buffer.data() + stream.start, sizeof(declared));
+        if (declared > stream.available() - kHeaderSize || takeFrame(stream, &frame) <= 0) {
+            break;
+        }
         Reader reader(frame);
         uint64_t node = 0;
         uint32_t word = 0;
