@@ -21,7 +21,7 @@ void checkList(const std::vector<ZelClient::Resource>& list, size_t bound) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
-    const int32_t level = static_cast<int8_t>(data[0]);
+    const int32_t level = static_cast<int32_t>(data[0]) - 0x80;  // -128 to 127
     const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
     // One record per field at most (three load targets, 4 groups of 4 cores).
     checkList(getTargetLoadList(text), 3);
