@@ -8,6 +8,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     android-liblog-dev android-libcutils-dev
     aidl
+    libcli11-dev nlohmann-json3-dev
 )
 
 missing=()
