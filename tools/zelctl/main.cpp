@@ -110,7 +110,12 @@ int runShell(zelctl::Context& context) {
         }
         if (!std::getline(std::cin, line)) break;
         const size_t first = line.find_first_not_of(" \t");
-        if (first == std::string::npos || line[first] == '#') continue;
+        if (first == std::string::npos) continue;
+        if (line[first] == '#') {
+            // A script's comments narrate the session.
+            if (!interactive) fprintf(stdout, "%s\n", line.c_str());
+            continue;
+        }
         if (!interactive) {
             fprintf(stdout, "zelctl> %s\n", line.c_str());
             fflush(stdout);
