@@ -36,6 +36,7 @@ class Child {
         EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
         std::vector<std::string> copy = args;
         std::vector<char*> argv;
+        argv.reserve(copy.size() + 1);
         for (std::string& arg : copy) argv.push_back(arg.data());
         argv.push_back(nullptr);
         mPid = fork();

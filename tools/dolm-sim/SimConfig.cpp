@@ -121,8 +121,10 @@ ResourceSet setOf(const json& entry, const char* idKey, const std::string& where
     }
     for (const auto& [key, value] : entry.at("resources").items()) {
         int32_t id = 0;
-        if (!parseId(key, id)) throw ConfigError(where + ".resources: bad id \"" + key + "\"");
-        set.settings.push_back({id, textOf(value, where + ".resources." + key)});
+        std::string place = where + ".resources.";
+        place += key;
+        if (!parseId(key, id)) throw ConfigError(place + ": bad id");
+        set.settings.push_back({id, textOf(value, place)});
     }
     return set;
 }

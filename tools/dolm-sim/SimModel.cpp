@@ -207,14 +207,14 @@ void Model::recomputeLocked(const char* why) {
         const std::string now = value.value_or(spec.defaultValue);
         std::string& current = mEffective[spec.id];
         if (current == now) continue;
-        report("value " + spec.name + " (" + hexId(spec.id) + "): " + current + " -> " + now +
-                       " (" + why + ")",
-               {{"event", "changed"},
-                {"id", hexId(spec.id)},
-                {"name", spec.name},
-                {"old", current},
-                {"new", now},
-                {"cause", why}});
+        std::string line = "value " + spec.name + " (" + hexId(spec.id) + "): ";
+        line += current + " -> " + now + " (" + why + ")";
+        report(line, {{"event", "changed"},
+                      {"id", hexId(spec.id)},
+                      {"name", spec.name},
+                      {"old", current},
+                      {"new", now},
+                      {"cause", why}});
         current = now;
         changed.push_back(&spec);
     }

@@ -68,7 +68,7 @@ const char* dumpName(int32_t code) {
 SimService::SimService(Model& model, Reporter reporter)
     : mModel(model), mReporter(std::move(reporter)) {}
 
-void SimService::call(const std::string& line, nlohmann::json fields) {
+void SimService::call(const std::string& line, const nlohmann::json& fields) {
     if (mReporter) mReporter(line, fields);
 }
 

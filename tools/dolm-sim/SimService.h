@@ -45,7 +45,7 @@ class SimService : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
     /** Reports a refusal and gives the number to answer with (the negative code). */
     int32_t refuse(const std::string& op, int32_t code, const std::string& why);
     ::ndk::ScopedAStatus refuseStatus(const std::string& op, int32_t code, const std::string& why);
-    void call(const std::string& line, nlohmann::json fields);
+    void call(const std::string& line, const nlohmann::json& fields);
 
     Model& mModel;
     const Reporter mReporter;

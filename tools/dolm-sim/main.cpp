@@ -61,7 +61,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// The whole program; main() turns an unexpected exception into a message.
+static int run(int argc, char** argv) {
     CLI::App app{"dolm-sim: an IDolm resource-control service simulator"};
     app.footer(kModel);
     std::string configFile;
@@ -131,4 +132,13 @@ int main(int argc, char** argv) {
     }
     ABinderProcess_joinThreadPool();
     return 0;
+}
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        fprintf(stderr, "dolm-sim: %s\n", e.what());
+        return 1;
+    }
 }

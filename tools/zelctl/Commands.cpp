@@ -148,7 +148,8 @@ json entriesJson(const std::vector<std::pair<std::string, std::string>>& entries
 std::string entriesText(const std::vector<std::pair<std::string, std::string>>& entries) {
     std::string text;
     for (const auto& [key, value] : entries) {
-        text += (text.empty() ? "" : " ") + key + "=" + value;
+        if (!text.empty()) text += ' ';
+        text += key + "=" + value;
     }
     return text.empty() ? "(none)" : text;
 }
@@ -525,8 +526,10 @@ void addCommands(CLI::App& app, Context& context, std::function<int()>& action,
                 entries.emplace_back(hexId(resource.id), resource.value.value_or(""));
             }
             std::string text;
-            for (const auto& [id, value] : entries)
-                text += (text.empty() ? "" : "\n") + id + " = " + value;
+            for (const auto& [id, value] : entries) {
+                if (!text.empty()) text += '\n';
+                text += id + " = " + value;
+            }
             print(*ctx, {{"command", "state"}, {"values", entriesJson(entries, "id")}}, text);
             return kExitOk;
         });
@@ -909,6 +912,7 @@ void addCommands(CLI::App& app, Context& context, std::function<int()>& action,
             std::atomic<int64_t> calls{0};
             std::atomic<int64_t> failures{0};
             std::vector<std::thread> workers;
+            workers.reserve(static_cast<size_t>(*threads));
             const auto start = std::chrono::steady_clock::now();
             for (int t = 0; t < *threads; ++t) {
                 workers.emplace_back([&] {

@@ -52,6 +52,7 @@ bool SimProcess::start(const std::vector<std::string>& extraArgs, Output output,
     std::vector<std::string> args = {program};
     args.insert(args.end(), extraArgs.begin(), extraArgs.end());
     std::vector<char*> argv;
+    argv.reserve(args.size() + 1);
     for (std::string& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
     const pid_t parent = getpid();

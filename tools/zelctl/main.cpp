@@ -39,7 +39,7 @@ Exit status: 0 success; 1 the service refused or failed; 2 bad arguments;
 // CLI11 reports a mistyped command as a missing one; name it instead.
 std::string unknownCommand(CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> left = app.remaining();
-    if (app.get_subcommands().empty() && !left.empty() && left.front().rfind("-", 0) != 0) {
+    if (app.get_subcommands().empty() && !left.empty() && left.front().rfind('-', 0) != 0) {
         return "unknown command \"" + left.front() + "\"";
     }
     return error.what();
@@ -131,7 +131,8 @@ int runShell(zelctl::Context& context) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// The whole program; main() turns an unexpected exception into a message.
+static int run(int argc, char** argv) {
     CLI::App app{"zelctl: drive the IDolm resource-control client library from a shell"};
     app.footer(kFooter);
     app.require_subcommand(1);
@@ -194,4 +195,13 @@ int main(int argc, char** argv) {
     ABinderProcess_startThreadPool();
 
     return shell ? runShell(context) : runAction(action);
+}
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        fprintf(stderr, "zelctl: %s\n", e.what());
+        return zelctl::kExitRefused;
+    }
 }
