@@ -283,6 +283,10 @@ const CommandCase kCommands[] = {
         {"UnknownCommand", {"boost"}, 2, "unknown command \"boost\"", nullptr, {}},
 };
 
+void PrintTo(const CommandCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 INSTANTIATE_TEST_SUITE_P(Zelctl, Command, ::testing::ValuesIn(kCommands),
                          [](const auto& info) { return std::string(info.param.name); });
 
@@ -312,7 +316,8 @@ TEST_F(Session, ListenersPrintChangesAndTheValueReturnsWhenTheTimeoutExpires) {
     ASSERT_TRUE(text.waitForOutput("listening (listener 1)")) << text.err();
     ASSERT_TRUE(structured.waitForOutput("\"listener\":2")) << structured.err();
 
-    const Result acquired = zelctl({"acquire", "ACTION_LAUNCH", "--timeout", "300"});
+    // Long enough to read the value back while it is held, also under sanitizers.
+    const Result acquired = zelctl({"acquire", "ACTION_LAUNCH", "--timeout", "3000"});
     ASSERT_EQ(acquired.status, 0) << acquired.err;
     const Result during = zelctl({"state", "0x01010010"});
     EXPECT_NE(during.out.find("0x01010010 = 1800000"), std::string::npos) << during.out;
