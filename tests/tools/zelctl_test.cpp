@@ -271,6 +271,12 @@ const CommandCase kCommands[] = {
          nullptr,
          {}},
         {"UnknownResource", {"resctl", "0x7=1"}, 1, "unknown resource (code 11)", nullptr, {}},
+        {"PropertyTooLong",
+         {"prop", "set", "k", std::string(256, 'x')},
+         1,
+         "value not accepted (code 12)",
+         nullptr,
+         {}},
         {"UnknownSubsystem", {"sactl", "9"}, 1, "unknown resource (code 11)", nullptr, {}},
         {"UnknownHandle", {"release", "42"}, 1, "unknown handle (code 13)", nullptr, {}},
         {"UnknownStateId", {"state", "0x7"}, 1, "refused the state query", nullptr, {}},
@@ -313,8 +319,8 @@ TEST_F(Session, ListenersPrintChangesAndTheValueReturnsWhenTheTimeoutExpires) {
     Child text({ZELCTL_PATH, "listen", "0x01010010", "--count", "2", "--for", "30"});
     Child structured({ZELCTL_PATH, "--json", "path", "listen",
                       "/sys/devices/system/cpu/cpufreq/policy0/scaling_min_freq", "--count", "2"});
-    ASSERT_TRUE(text.waitForOutput("listening (listener 1)")) << text.err();
-    ASSERT_TRUE(structured.waitForOutput("\"listener\":2")) << structured.err();
+    ASSERT_TRUE(text.waitForOutput("listening (listener ")) << text.err();
+    ASSERT_TRUE(structured.waitForOutput("\"listener\":")) << structured.err();
 
     // Long enough to read the value back while it is held, also under sanitizers.
     const Result acquired = zelctl({"acquire", "ACTION_LAUNCH", "--timeout", "3000"});

@@ -16,6 +16,7 @@ constexpr int32_t kReqPlatformRes = 12;
 constexpr int32_t kReqPmStatus = 13;
 constexpr int32_t kDiagRecordOn = 10;
 constexpr int32_t kDiagRecordOff = 11;
+constexpr size_t kMaxPropertyValue = 255;
 
 std::string hexId(int32_t id) {
     char text[16];
@@ -303,6 +304,12 @@ int32_t SimService::control(const DolmRequestParcel& parcel) {
                                              int32_t* result) {
     if (key.empty()) {
         *result = refuse("property", kErrBadRequest, "empty key");
+        return ::ndk::ScopedAStatus::ok();
+    }
+    // Clients read values into 256-byte buffers; a longer one could never be read back.
+    if (value.size() > kMaxPropertyValue) {
+        *result = refuse("property", kErrBadValue,
+                         key + ": value longer than " + std::to_string(kMaxPropertyValue));
         return ::ndk::ScopedAStatus::ok();
     }
     *result = mModel.setProperty(key, value);

@@ -48,8 +48,11 @@ constexpr const char* kModel = R"(Behaviour model:
               SAInfo, PidFdList, PidfdMonitorMap, ResRecordList) print their
               table here and answer 1.
 Refusals (each printed as a line; never a crash):
-  11 unknown resource (id, path, sub-system)   12 value not accepted (not a
-  number, outside [min, max])   13 unknown handle   14 malformed request.
+  11 unknown resource (id, path, sub-system)
+  12 value not accepted (not a number, outside [min, max], a property value
+     over 255 characters)
+  13 unknown handle
+  14 malformed request (unknown request type or diagnostic code).
   Operations that answer a number answer the negative code (e.g. -13); getData
   fails with a service-specific error carrying the code.
 Runs until killed (SIGINT, SIGTERM). Exit status 2 on a bad
