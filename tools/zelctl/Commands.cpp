@@ -282,6 +282,18 @@ void printCallback(const Context& context, Deliveries& deliveries, const char* k
     print(context,
           {{"command", command}, {"callback", true}, {"values", entriesJson(*entries, keyName)}},
           "callback: " + entriesText(*entries));
+    // The library drops the one-shot client from request_callbacks after our
+    // callback has returned, on the binder thread. Let it finish before this
+    // process may exit and destroy the registry.
+    const auto deadline = std::chrono::steady_clock::now() + kCallbackWait;
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(request_callback_mutex);
+            if (request_callbacks.empty()) break;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 // ---- the simulator's dump output ------------------------------------------------
