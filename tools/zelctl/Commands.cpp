@@ -149,7 +149,7 @@ std::string entriesText(const std::vector<std::pair<std::string, std::string>>& 
     std::string text;
     for (const auto& [key, value] : entries) {
         if (!text.empty()) text += ' ';
-        text += key + "=" + value;
+        text.append(key).append("=").append(value);
     }
     return text.empty() ? "(none)" : text;
 }
@@ -540,7 +540,7 @@ void addCommands(CLI::App& app, Context& context, std::function<int()>& action,
             std::string text;
             for (const auto& [id, value] : entries) {
                 if (!text.empty()) text += '\n';
-                text += id + " = " + value;
+                text.append(id).append(" = ").append(value);
             }
             print(*ctx, {{"command", "state"}, {"values", entriesJson(entries, "id")}}, text);
             return kExitOk;
