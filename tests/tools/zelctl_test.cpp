@@ -385,7 +385,7 @@ TEST(Zelctl, ShellKeepsOneSimulatorForAllCommands) {
     const Result result = zelctl({"--sim", "shell"},
                                  "acquire ACTION_LAUNCH\nstate 0x01010020\nrelease 1\n"
                                  "state 0x01010020\nfrobnicate\nexit\n");
-    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.status, 2) << result.err;  // the unknown command's
     const std::string expected = "zelctl> state 0x01010020\n0x01010020 = 2400000\n";
     EXPECT_NE(result.out.find(expected), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("zelctl> state 0x01010020\n0x01010020 = 0\n"), std::string::npos)

@@ -101,6 +101,7 @@ void printSimOutput(const zelctl::Context& context, std::streamoff& offset) {
 int runShell(zelctl::Context& context) {
     const bool interactive = isatty(STDIN_FILENO) != 0;
     std::streamoff simOffset = 0;
+    int firstFailure = zelctl::kExitOk;
     printSimOutput(context, simOffset);
     std::string line;
     for (;;) {
@@ -123,10 +124,14 @@ int runShell(zelctl::Context& context) {
         if (line.substr(first) == "exit" || line.substr(first) == "quit") break;
         gInterrupted = false;
         std::function<int()> action;
-        if (parseShellLine(line, context, action) && action) runAction(action);
+        const int status = !parseShellLine(line, context, action) ? zelctl::kExitUsage
+                           : action                               ? runAction(action)
+                                                                  : zelctl::kExitOk;
+        if (firstFailure == zelctl::kExitOk) firstFailure = status;
         printSimOutput(context, simOffset);
     }
-    return zelctl::kExitOk;
+    // A script (not a person at the prompt) learns whether every command succeeded.
+    return interactive ? zelctl::kExitOk : firstFailure;
 }
 
 }  // namespace
