@@ -1,19 +1,21 @@
-# Front door for the host build. `make test` builds and runs every test;
+# Front door for the host build. `make demo` builds the tools and runs a short
+# session against a simulator; `make test` builds and runs every test;
 # `make test-asan` and `make test-tsan` do the same under the sanitizers.
 # `make soak` runs the soak alone with SOAK_RESTARTS service restarts;
 # `make fuzz` runs every fuzz target for FUZZ_SECONDS each.
+# Each installs the Debian packages it needs first.
 PRESET ?= default
 SOAK_RESTARTS ?= 1000
 FUZZ_SECONDS ?= 600
 
-.PHONY: all deps build test test-asan test-tsan soak fuzz bench format clean
+.PHONY: all deps build test test-asan test-tsan soak fuzz bench demo format clean
 
 all: build
 
 deps:
 	@scripts/install-deps.sh
 
-build:
+build: deps
 	@cmake --preset $(PRESET) >/dev/null
 	@cmake --build --preset $(PRESET)
 
@@ -36,6 +38,10 @@ fuzz:
 
 bench: build
 	@for b in $$(find build/$(PRESET)/bench -name '*_bench' -type f | sort); do echo "== $$b"; $$b; done
+
+# A scripted zelctl session against a private simulator (see scripts/demo.sh).
+demo:
+	@scripts/demo.sh
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

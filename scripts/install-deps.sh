@@ -9,6 +9,7 @@ packages=(
     android-liblog-dev android-libcutils-dev
     aidl
     clang-14 libclang-rt-14-dev
+    libcli11-dev nlohmann-json3-dev
 )
 
 missing=()
