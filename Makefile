@@ -31,7 +31,7 @@ test-tsan:
 soak: build
 	@ZEL_SOAK_RESTARTS=$(SOAK_RESTARTS) ctest --preset $(PRESET) -L soak --verbose
 
-fuzz:
+fuzz: deps
 	@cmake --preset fuzz >/dev/null
 	@cmake --build --preset fuzz
 	@fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
