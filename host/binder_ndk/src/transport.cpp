@@ -806,16 +806,19 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
             out.str(std::string());
             out.u64(0);
             out.str(std::string());
+            out.u32(0);
         } else if (ABBinder* local = object.get()->asLocal()) {
             uint64_t nodeId = grant(local, dest->key());
             out.str(mSelfKey);
             out.u64(nodeId);
             out.str(local->descriptor());
+            out.u32(static_cast<uint32_t>(local->stability()));
         } else {
             ABpBinder* proxy = object.get()->asProxy();
             out.str(proxy->peer()->key());
             out.u64(proxy->nodeId());
             out.str(proxy->descriptor());
+            out.u32(static_cast<uint32_t>(proxy->stability()));
         }
     }
 }
@@ -829,8 +832,8 @@ bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>
         return false;
     }
     parcel->mutableData().assign(data, data + dataSize);
-    // Each object takes at least 16 bytes on the wire.
-    if (count > in.left() / 16) {
+    // Each object takes at least 20 bytes on the wire.
+    if (count > in.left() / 20) {
         return false;
     }
     auto& objects = parcel->mutableObjects();
@@ -839,8 +842,9 @@ bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>
         std::string key;
         uint64_t nodeId = 0;
         std::string descriptor;
+        uint32_t stability = 0;
         if (!in.str(&key, kMaxKeyLength) || !in.u64(&nodeId) ||
-            !in.str(&descriptor, kMaxDescriptorLength)) {
+            !in.str(&descriptor, kMaxDescriptorLength) || !in.u32(&stability)) {
             return false;
         }
         if (key.empty()) {
@@ -850,7 +854,12 @@ bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>
         if (!validKey(key)) {
             return false;
         }
-        objects.push_back(resolve(key, nodeId, std::move(descriptor), sender, forceProxies));
+        BinderRef object = resolve(key, nodeId, std::move(descriptor), sender, forceProxies);
+        // A proxy takes the mark its object was sent with, as a device records it.
+        if (object && object.get()->isRemote()) {
+            object.get()->setStability(static_cast<int32_t>(stability));
+        }
+        objects.push_back(std::move(object));
     }
     return true;
 }
