@@ -17,5 +17,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Runs test programs at build and test time (test discovery included).
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L /usr/aarch64-linux-gnu)
+# Runs test programs (test discovery included). The arm64 C library is
+# installed multiarch (libc6:arm64), so the emulator needs no -L prefix; a
+# prefix would also redirect the runtime's own file accesses, such as its
+# registry directory, into the prefix.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static)
