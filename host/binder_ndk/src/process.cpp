@@ -46,7 +46,7 @@ bool startDetachedThread(std::function<void()> body) {
             job.get());
     pthread_attr_destroy(&attr);
     if (err != 0) return false;
-    job.release();  // the thread owns it now
+    static_cast<void>(job.release());  // the thread owns it now
     return true;
 }
 
