@@ -1,6 +1,9 @@
-# Front door for the host build. `make demo` builds the tools and runs a short
+# Front door for the builds. `make demo` builds the tools and runs a short
 # session against a simulator; `make test` builds and runs every test;
-# `make test-asan` and `make test-tsan` do the same under the sanitizers.
+# `make test-asan` and `make test-tsan` do the same under the sanitizers,
+# `make test-device` with the device's toolchain choices (clang, libc++, lld,
+# no exceptions or RTTI but where Android.bp grants them), and
+# `make test-aarch64` cross-built for AArch64 and run under qemu-user.
 # `make soak` runs the soak alone with SOAK_RESTARTS service restarts;
 # `make fuzz` runs every fuzz target for FUZZ_SECONDS each.
 # Each installs the Debian packages it needs first.
@@ -8,7 +11,7 @@ PRESET ?= default
 SOAK_RESTARTS ?= 1000
 FUZZ_SECONDS ?= 600
 
-.PHONY: all deps build test test-asan test-tsan soak fuzz bench demo format clean
+.PHONY: all deps build test test-asan test-tsan test-device test-aarch64 soak fuzz bench demo format clean
 
 all: build
 
@@ -27,6 +30,14 @@ test-asan:
 
 test-tsan:
 	@$(MAKE) --no-print-directory test PRESET=tsan
+
+test-device:
+	@$(MAKE) --no-print-directory test PRESET=device
+
+# AArch64 programs that tests exec (helper servers) run through binfmt_misc.
+test-aarch64:
+	@scripts/binfmt-aarch64.sh
+	@$(MAKE) --no-print-directory test PRESET=aarch64
 
 soak: build
 	@ZEL_SOAK_RESTARTS=$(SOAK_RESTARTS) ctest --preset $(PRESET) -L soak --verbose

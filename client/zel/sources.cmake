@@ -6,3 +6,9 @@ target_sources(tarvo-zel-client PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/ZelNotify.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ZelQuery.cpp
 )
+# The power-mode query converts the service's text with std::stoi and lets
+# std::bad_optional_access reach its caller: the one source built with
+# exceptions, and the RTTI that matching them against the C++ runtime's types
+# needs (Android.bp grants both to its module).
+zel_grant(-fexceptions ${CMAKE_CURRENT_LIST_DIR}/ZelQuery.cpp)
+zel_grant(-frtti ${CMAKE_CURRENT_LIST_DIR}/ZelQuery.cpp)

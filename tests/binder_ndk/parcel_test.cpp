@@ -259,6 +259,32 @@ TEST_F(ParcelTest, PrimitiveVectorsKeepNullAndEmptyApart) {
     EXPECT_EQ(AParcel_writeInt32Array(parcel(), nullptr, -2), STATUS_BAD_VALUE);
 }
 
+// The size helpers that generated code uses for arrays of parcelables: the
+// length that writeVectorSize puts down is the one resizeVector reads back.
+TEST_F(ParcelTest, VectorSizeHelpersAgree) {
+    using Optional = std::optional<std::vector<Point>>;
+    ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), std::vector<Point>(3)), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), Optional()), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), Optional(std::vector<Point>())), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(parcel(), -1), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(parcel(), -2), STATUS_OK);
+    rewind();
+
+    std::vector<Point> plain;
+    EXPECT_EQ(ndk::AParcel_resizeVector(parcel(), &plain), STATUS_OK);
+    EXPECT_EQ(plain.size(), 3u);
+    Optional absent(std::vector<Point>(1));
+    EXPECT_EQ(ndk::AParcel_resizeVector(parcel(), &absent), STATUS_OK);
+    EXPECT_FALSE(absent.has_value());
+    Optional empty;
+    EXPECT_EQ(ndk::AParcel_resizeVector(parcel(), &empty), STATUS_OK);
+    EXPECT_EQ(empty, Optional(std::vector<Point>()));
+    // A null array is not a plain vector; below -1 is no length at all.
+    EXPECT_EQ(ndk::AParcel_resizeVector(parcel(), &plain), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(plain.size(), 3u);
+    EXPECT_EQ(ndk::AParcel_resizeVector(parcel(), &absent), STATUS_UNEXPECTED_NULL);
+}
+
 TEST_F(ParcelTest, StringVectorsKeepNullElementsAndNullArrays) {
     EXPECT_EQ(roundTrip(std::vector<std::string>{"", "a", "bc"}),
               (std::vector<std::string>{"", "a", "bc"}));

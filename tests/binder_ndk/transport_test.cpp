@@ -4,6 +4,7 @@
 #include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <android/binder_stability.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -73,6 +74,42 @@ TEST_F(TransportTest, SameProcessLookupGivesProxyServedOnBinderThread) {
     std::lock_guard<std::mutex> lock(observed.mutex);
     EXPECT_EQ(observed.calls, 1);
     EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+}
+
+// Vendor code transacts with FLAG_PRIVATE_VENDOR: a proxy accepts it only for
+// an object marked stable for the vendor partition, and the mark travels with
+// the object. A local object is called whatever its mark.
+TEST_F(TransportTest, VendorFlaggedCallsNeedAVendorStableObject) {
+    Observed observed;
+    ndk::SpAIBinder service = newEcho(&observed);
+    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+    const auto call = [](AIBinder* binder, binder_flags_t flags) {
+        ndk::ScopedAParcel in;
+        ndk::ScopedAParcel out;
+        binder_status_t status = AIBinder_prepareTransaction(binder, in.getR());
+        if (status == STATUS_OK) status = AParcel_writeString(in.get(), "x", 1);
+        if (status == STATUS_OK) status = AParcel_writeInt32(in.get(), 1);
+        if (status != STATUS_OK) return status;
+        return AIBinder_transact(binder, kEcho, in.getR(), out.getR(), flags);
+    };
+    const struct {
+        const char* name;
+        void (*mark)(AIBinder*);
+        binder_status_t vendorCall;
+    } cases[] = {
+            {"unmarked", nullptr, STATUS_BAD_TYPE},
+            {"system", AIBinder_markSystemStability, STATUS_BAD_TYPE},
+            {"vintf", AIBinder_markVintfStability, STATUS_OK},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.mark != nullptr) c.mark(service.get());
+        ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+        ASSERT_TRUE(AIBinder_associateClass(proxy.get(), echoClass()));
+        EXPECT_EQ(call(proxy.get(), FLAG_PRIVATE_VENDOR), c.vendorCall);
+        EXPECT_EQ(call(proxy.get(), 0), STATUS_OK);
+        EXPECT_EQ(call(service.get(), FLAG_PRIVATE_VENDOR), STATUS_OK);
+    }
 }
 
 TEST_F(TransportTest, LookupOfAbsentOrDeadServiceIsNull) {

@@ -8,6 +8,7 @@
 #include <aidl/vendor/tarvo/hardware/dolm/BnDolm.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <android/binder_stability.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -132,7 +133,11 @@ int main(int argc, char** argv) {
     }
     ABinderProcess_setThreadPoolMaxThreadCount(4);
     std::shared_ptr<Peer> peer = ::ndk::SharedRefBase::make<Peer>(argv[2]);
-    if (AServiceManager_addService(peer->asBinder().get(), argv[1]) != STATUS_OK) return 1;
+    // This generator predates stability marks; a stable service's object
+    // carries the VINTF mark, which vendor-flagged proxy calls require.
+    const ::ndk::SpAIBinder binder = peer->asBinder();
+    AIBinder_markVintfStability(binder.get());
+    if (AServiceManager_addService(binder.get(), argv[1]) != STATUS_OK) return 1;
     ABinderProcess_joinThreadPool();
     return 0;
 }

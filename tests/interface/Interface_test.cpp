@@ -9,6 +9,7 @@
 #include "Describe.h"
 #include "FakeDolmService.h"
 #include "ParcelCases.h"
+#include "RequestMatchers.h"
 
 namespace zeltest {
 namespace {
@@ -62,8 +63,8 @@ TEST(RecordTest, CopyAndAssignmentKeepPresenceInStep) {
 
 TEST_F(InterfaceTest, ProxyFromServiceManagerIsRemote) {
     EXPECT_TRUE(mProxy->isRemote());
-    EXPECT_NE(std::dynamic_pointer_cast<::aidl::vendor::tarvo::hardware::dolm::BpDolm>(mProxy),
-              nullptr);
+    EXPECT_NE(mProxy, mService);
+    EXPECT_TRUE(AIBinder_isRemote(mProxy->asBinder().get()));
 }
 
 TEST_F(InterfaceTest, FromBinderRejectsNullAndOtherInterfaces) {
@@ -124,7 +125,7 @@ TEST_F(InterfaceTest, VersionAndHashFromProxyAndStub) {
     hash.clear();
     ASSERT_TRUE(mService->getInterfaceVersion(&version).isOk());
     ASSERT_TRUE(mService->getInterfaceHash(&hash).isOk());
-    EXPECT_EQ(version, IDolm::version);
+    EXPECT_EQ(version, int32_t{IDolm::version});
     EXPECT_EQ(hash, IDolm::hash);
     EXPECT_EQ(IDolm::hash, ::aidl::vendor::tarvo::hardware::dolm::IDolmCallback::hash);
 
@@ -136,6 +137,18 @@ TEST_F(InterfaceTest, VersionAndHashFromProxyAndStub) {
     EXPECT_TRUE(mProxy->getInterfaceHash(&hash).isOk());
     EXPECT_EQ(version, 1);
     EXPECT_EQ(hash, IDolm::hash);
+}
+
+TEST(DefaultImplTest, ALaterDefaultReplacesAnEarlierOne) {
+    const auto first =
+            ::ndk::SharedRefBase::make<::aidl::vendor::tarvo::hardware::dolm::IDolmDefault>();
+    const auto second =
+            ::ndk::SharedRefBase::make<::aidl::vendor::tarvo::hardware::dolm::IDolmDefault>();
+    EXPECT_TRUE(IDolm::setDefaultImpl(first));
+    EXPECT_TRUE(IDolm::setDefaultImpl(second));
+    EXPECT_EQ(IDolm::getDefaultImpl(), second);
+    EXPECT_FALSE(IDolm::setDefaultImpl(nullptr));
+    EXPECT_EQ(IDolm::getDefaultImpl(), second);
 }
 
 TEST_F(InterfaceTest, ScriptedAnswersReachTheProxyAsTheRightStatusKind) {

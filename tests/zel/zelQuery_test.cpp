@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -136,19 +137,30 @@ TEST_F(ZelQueryTest, SingleStateRequestWritesOnlyAnAnsweredValue) {
     EXPECT_EQ(value, "unchanged");
 }
 
+// The description of std::stoi's error for `text`: the C++ runtime's own
+// wording ("stoi" in libstdc++, "stoi: no conversion" in libc++).
+std::string stoiError(const char* text) {
+    try {
+        (void)std::stoi(text);
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return "(no error)";
+}
+
 TEST_F(ZelQueryTest, PowerModeStatusIsTheLeadingNumber) {
     struct Case {
         const char* text;
         int32_t status;
-        const char* stdoutText;
+        std::string stdoutText;
     };
     const Case cases[] = {
             {"7", 7, ""},
             {" 7x", 7, ""},
             {"-12", -12, ""},
-            {"abc", -1, "Invalid argument exception: stoi\n"},
-            {"", -1, "Invalid argument exception: stoi\n"},
-            {"99999999999", -1, "Out of range exception: stoi\n"},
+            {"abc", -1, "Invalid argument exception: " + stoiError("abc") + "\n"},
+            {"", -1, "Invalid argument exception: " + stoiError("") + "\n"},
+            {"99999999999", -1, "Out of range exception: " + stoiError("99999999999") + "\n"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);

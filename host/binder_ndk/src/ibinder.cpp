@@ -1,6 +1,7 @@
 // Binder objects: classes, local objects and proxies, references, weak
 // references, death recipients and the transaction entry points.
 #include <android/binder_ibinder.h>
+#include <android/binder_stability.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -376,7 +377,8 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) {
         return STATUS_UNKNOWN_TRANSACTION;
     }
-    if ((flags & ~static_cast<binder_flags_t>(FLAG_ONEWAY)) != 0) {
+    constexpr binder_flags_t kKnownFlags = FLAG_ONEWAY | FLAG_PRIVATE_VENDOR;
+    if ((flags & ~kKnownFlags) != 0) {
         return STATUS_BAD_VALUE;
     }
     if (request->target() != binder) {
@@ -392,11 +394,20 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
         }
         return status;
     }
+    // A call from vendor code needs an object that is stable for the vendor
+    // partition; the flag itself stays in this process.
+    if ((flags & FLAG_PRIVATE_VENDOR) != 0) {
+        constexpr int32_t kRequired = binder_host::kStabilityVendor;
+        if ((binder->stability() & kRequired) != kRequired) {
+            return STATUS_BAD_TYPE;
+        }
+    }
     Runtime* runtime = Runtime::get();
     if (runtime == nullptr) {
         return STATUS_DEAD_OBJECT;
     }
-    return runtime->transact(binder->asProxy(), code, *request, out, flags);
+    return runtime->transact(binder->asProxy(), code, *request, out,
+                             flags & ~static_cast<binder_flags_t>(FLAG_PRIVATE_VENDOR));
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {
@@ -419,21 +430,6 @@ AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder) {
         return nullptr;
     }
     return weakBinder->mBinder;
-}
-
-AIBinder_Weak* AIBinder_Weak_clone(const AIBinder_Weak* weak) {
-    return weak != nullptr ? AIBinder_Weak_new(weak->mBinder) : nullptr;
-}
-
-bool AIBinder_lt(const AIBinder* lhs, const AIBinder* rhs) {
-    return std::less<const AIBinder*>()(lhs, rhs);
-}
-
-bool AIBinder_Weak_lt(const AIBinder_Weak* lhs, const AIBinder_Weak* rhs) {
-    if (lhs == nullptr || rhs == nullptr) {
-        return lhs == nullptr && rhs != nullptr;
-    }
-    return AIBinder_lt(lhs->mBinder, rhs->mBinder);
 }
 
 AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(

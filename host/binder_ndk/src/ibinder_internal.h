@@ -26,6 +26,13 @@ class ABBinder;
 class ABpBinder;
 class Peer;
 
+// Stability levels, as bit sets of the partitions that may rely on an object:
+// a level satisfies a requirement when it holds all of the required bits.
+constexpr int32_t kStabilityUndeclared = 0;
+constexpr int32_t kStabilityVendor = 0b000011;
+constexpr int32_t kStabilitySystem = 0b001100;
+constexpr int32_t kStabilityVintf = 0b111111;
+
 }  // namespace binder_host
 
 /**
@@ -49,6 +56,10 @@ struct AIBinder {
 
     const AIBinder_Class* getClass() const { return mClass.load(std::memory_order_acquire); }
 
+    /** The stability mark; a proxy carries the one its object was sent with. */
+    int32_t stability() const { return mStability.load(std::memory_order_relaxed); }
+    void setStability(int32_t level) { mStability.store(level, std::memory_order_relaxed); }
+
     virtual bool isRemote() const = 0;
     virtual bool associateClass(const AIBinder_Class* clazz) = 0;
     /** The descriptor of the object's interface (a proxy knows it from its owner). */
@@ -65,6 +76,7 @@ struct AIBinder {
     std::atomic<const AIBinder_Class*> mClass;
 
   private:
+    std::atomic<int32_t> mStability{binder_host::kStabilityUndeclared};
     std::atomic<int32_t> mStrong{1};
     std::atomic<int32_t> mWeak{1};
 };

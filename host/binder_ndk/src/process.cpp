@@ -1,8 +1,9 @@
 // The binder thread pool (ABinderProcess_*). See binder_process.h for how
 // incoming work is served with and without a started pool.
 #include <android/binder_process.h>
+#include <pthread.h>
 
-#include <system_error>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -27,13 +28,26 @@ std::vector<ThreadPool*>& abandonedPools() {
 
 }  // namespace
 
+// Started with pthread_create so that a refused thread is an error code, not
+// an exception: the runtime builds with and without exceptions alike.
 bool startDetachedThread(std::function<void()> body) {
-    try {
-        std::thread(std::move(body)).detach();
-        return true;
-    } catch (const std::system_error&) {
-        return false;
-    }
+    auto job = std::make_unique<std::function<void()>>(std::move(body));
+    pthread_attr_t attr;
+    if (pthread_attr_init(&attr) != 0) return false;
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_t thread;
+    const int err = pthread_create(
+            &thread, &attr,
+            [](void* arg) -> void* {
+                std::unique_ptr<std::function<void()>> run(static_cast<std::function<void()>*>(arg));
+                (*run)();
+                return nullptr;
+            },
+            job.get());
+    pthread_attr_destroy(&attr);
+    if (err != 0) return false;
+    static_cast<void>(job.release());  // the thread owns it now
+    return true;
 }
 
 ThreadPool& ThreadPool::get() {

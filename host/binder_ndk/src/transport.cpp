@@ -303,6 +303,7 @@ struct WireObject {
     std::string key;
     uint64_t nodeId = 0;
     std::string descriptor;
+    uint32_t stability = 0;
 };
 
 // Reads a parcel as it travels: its data and its object table, every field
@@ -315,15 +316,15 @@ bool readParcel(Reader& in, std::vector<uint8_t>* data, std::vector<WireObject>*
         return false;
     }
     data->assign(bytes, bytes + dataSize);
-    // Each object takes at least 16 bytes on the wire.
-    if (count > in.left() / 16) {
+    // Each object takes at least 20 bytes on the wire.
+    if (count > in.left() / 20) {
         return false;
     }
     objects->reserve(count);
     for (uint32_t i = 0; i < count; ++i) {
         WireObject object;
         if (!in.str(&object.key, kMaxKeyLength) || !in.u64(&object.nodeId) ||
-            !in.str(&object.descriptor, kMaxDescriptorLength)) {
+            !in.str(&object.descriptor, kMaxDescriptorLength) || !in.u32(&object.stability)) {
             return false;
         }
         if (!object.key.empty() && !validKey(object.key)) {
@@ -847,16 +848,19 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
             out.str(std::string());
             out.u64(0);
             out.str(std::string());
+            out.u32(0);
         } else if (ABBinder* local = object.get()->asLocal()) {
             uint64_t nodeId = grant(local, dest->key());
             out.str(mSelfKey);
             out.u64(nodeId);
             out.str(local->descriptor());
+            out.u32(static_cast<uint32_t>(local->stability()));
         } else {
             ABpBinder* proxy = object.get()->asProxy();
             out.str(proxy->peer()->key());
             out.u64(proxy->nodeId());
             out.str(proxy->descriptor());
+            out.u32(static_cast<uint32_t>(proxy->stability()));
         }
     }
 }
@@ -874,8 +878,13 @@ bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>
             resolved.emplace_back();
             continue;
         }
-        resolved.push_back(resolve(object.key, object.nodeId, std::move(object.descriptor), sender,
-                                   forceProxies));
+        BinderRef binder = resolve(object.key, object.nodeId, std::move(object.descriptor), sender,
+                                   forceProxies);
+        // A proxy takes the mark its object was sent with, as a device records it.
+        if (binder && binder.get()->isRemote()) {
+            binder.get()->setStability(static_cast<int32_t>(object.stability));
+        }
+        resolved.push_back(std::move(binder));
     }
     return true;
 }

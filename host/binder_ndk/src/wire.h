@@ -7,7 +7,7 @@
 // Control connections: kHelloControl, then kRelease and kDead messages.
 // Parcels travel as: uint32 data size, the data, uint32 object count, and
 // per object: string endpoint key (empty: null), uint64 node id, string
-// interface descriptor. Strings are a uint32 length and the bytes.
+// interface descriptor, uint32 stability mark. Strings are a uint32 length and the bytes.
 #pragma once
 
 #include <cstddef>

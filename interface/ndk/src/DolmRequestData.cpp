@@ -18,11 +18,6 @@ binder_status_t DolmRequestData::writeToParcel(AParcel* parcel) const {
     return internal::writeParcelableFields(parcel, id, param, value, path, extra);
 }
 
-bool DolmRequestData::operator==(const DolmRequestData& rhs) const {
-    return id == rhs.id && param == rhs.param && value == rhs.value && path == rhs.path &&
-           extra == rhs.extra;
-}
-
 }  // namespace dolm
 }  // namespace hardware
 }  // namespace tarvo

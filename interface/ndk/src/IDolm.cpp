@@ -12,6 +12,24 @@ namespace dolm {
 
 namespace {
 
+// Transaction codes: the position of each method in the interface, and the
+// two version methods at the top of the range, as the generated code numbers them.
+constexpr transaction_code_t TRANSACTION_init = FIRST_CALL_TRANSACTION + 0;
+constexpr transaction_code_t TRANSACTION_request = FIRST_CALL_TRANSACTION + 1;
+constexpr transaction_code_t TRANSACTION_release = FIRST_CALL_TRANSACTION + 2;
+constexpr transaction_code_t TRANSACTION_getData = FIRST_CALL_TRANSACTION + 3;
+constexpr transaction_code_t TRANSACTION_registerListener = FIRST_CALL_TRANSACTION + 4;
+constexpr transaction_code_t TRANSACTION_unregisterListener = FIRST_CALL_TRANSACTION + 5;
+constexpr transaction_code_t TRANSACTION_getProperty = FIRST_CALL_TRANSACTION + 6;
+constexpr transaction_code_t TRANSACTION_setProperty = FIRST_CALL_TRANSACTION + 7;
+constexpr transaction_code_t TRANSACTION_registerThermalListener = FIRST_CALL_TRANSACTION + 8;
+constexpr transaction_code_t TRANSACTION_unregisterThermalListener = FIRST_CALL_TRANSACTION + 9;
+constexpr transaction_code_t TRANSACTION_reserved = FIRST_CALL_TRANSACTION + 10;
+constexpr transaction_code_t TRANSACTION_setRelatedSysInfo = FIRST_CALL_TRANSACTION + 11;
+constexpr transaction_code_t TRANSACTION_ruleCtl = FIRST_CALL_TRANSACTION + 12;
+constexpr transaction_code_t TRANSACTION_getInterfaceVersion = FIRST_CALL_TRANSACTION + 16777214;
+constexpr transaction_code_t TRANSACTION_getInterfaceHash = FIRST_CALL_TRANSACTION + 16777213;
+
 using internal::NoReply;
 using internal::serveCall;
 
@@ -31,61 +49,61 @@ binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const APar
     int32_t in_int2 = 0;
     int32_t result = -1;
     switch (code) {
-        case IDolm::TRANSACTION_init:
+        case TRANSACTION_init:
             return serveCall(
                     in, out, [&] { return impl->init(); }, NoReply{});
-        case IDolm::TRANSACTION_request:
+        case TRANSACTION_request:
             return serveCall(
                     in, out, [&] { return impl->request(in_parcel, &result); }, result, &in_parcel);
-        case IDolm::TRANSACTION_release:
+        case TRANSACTION_release:
             return serveCall(
                     in, out, [&] { return impl->release(in_int, &result); }, result, &in_int);
-        case IDolm::TRANSACTION_getData: {
+        case TRANSACTION_getData: {
             std::vector<DolmRequestData> answer;
             return serveCall(
                     in, out, [&] { return impl->getData(in_parcel, &answer); }, answer, &in_parcel);
         }
-        case IDolm::TRANSACTION_registerListener:
+        case TRANSACTION_registerListener:
             return serveCall(
                     in, out, [&] { return impl->registerListener(in_parcel, in_callback, &result); },
                     result, &in_parcel, &in_callback);
-        case IDolm::TRANSACTION_unregisterListener:
+        case TRANSACTION_unregisterListener:
             return serveCall(
                     in, out, [&] { return impl->unregisterListener(in_int, &result); }, result,
                     &in_int);
-        case IDolm::TRANSACTION_getProperty: {
+        case TRANSACTION_getProperty: {
             std::string answer;
             return serveCall(
                     in, out, [&] { return impl->getProperty(in_key, &answer); }, answer, &in_key);
         }
-        case IDolm::TRANSACTION_setProperty:
+        case TRANSACTION_setProperty:
             return serveCall(
                     in, out, [&] { return impl->setProperty(in_key, in_value, &result); }, result,
                     &in_key, &in_value);
-        case IDolm::TRANSACTION_registerThermalListener:
+        case TRANSACTION_registerThermalListener:
             return serveCall(
                     in, out,
                     [&] { return impl->registerThermalListener(in_ids, in_callback, &result); },
                     result, &in_ids, &in_callback);
-        case IDolm::TRANSACTION_unregisterThermalListener:
+        case TRANSACTION_unregisterThermalListener:
             return serveCall(
                     in, out, [&] { return impl->unregisterThermalListener(in_int, &result); },
                     result, &in_int);
-        case IDolm::TRANSACTION_reserved:
+        case TRANSACTION_reserved:
             return serveCall(
                     in, out, [&] { return impl->reserved(in_parcel, &result); }, result, &in_parcel);
-        case IDolm::TRANSACTION_setRelatedSysInfo:
+        case TRANSACTION_setRelatedSysInfo:
             return serveCall(
                     in, out, [&] { return impl->setRelatedSysInfo(in_int, in_value, &result); },
                     result, &in_int, &in_value);
-        case IDolm::TRANSACTION_ruleCtl:
+        case TRANSACTION_ruleCtl:
             return serveCall(
                     in, out, [&] { return impl->ruleCtl(in_int, in_int2, in_data, &result); },
                     result, &in_int, &in_int2, &in_data);
-        case IDolm::TRANSACTION_getInterfaceVersion:
+        case TRANSACTION_getInterfaceVersion:
             return serveCall(
                     in, out, [&] { return impl->getInterfaceVersion(&result); }, result);
-        case IDolm::TRANSACTION_getInterfaceHash: {
+        case TRANSACTION_getInterfaceHash: {
             std::string answer;
             return serveCall(
                     in, out, [&] { return impl->getInterfaceHash(&answer); }, answer);
@@ -102,8 +120,6 @@ AIBinder_Class* const gClass = ::ndk::ICInterface::defineClass(IDolm::descriptor
 
 const char* IDolm::descriptor = "vendor.tarvo.hardware.dolm.IDolm";
 std::shared_ptr<IDolm> IDolm::default_impl;
-// Defined here too, so that code binding a reference to it links.
-const int32_t IDolm::version;
 
 IDolm::IDolm() = default;
 IDolm::~IDolm() = default;
@@ -121,7 +137,7 @@ binder_status_t IDolm::readFromParcel(const AParcel* parcel, std::shared_ptr<IDo
 }
 
 bool IDolm::setDefaultImpl(std::shared_ptr<IDolm> impl) {
-    return internal::setDefaultImplOnce(default_impl, std::move(impl));
+    return internal::setDefaultImpl(default_impl, std::move(impl));
 }
 
 const std::shared_ptr<IDolm>& IDolm::getDefaultImpl() {
@@ -201,7 +217,12 @@ BnDolm::~BnDolm() = default;
 }
 
 ::ndk::SpAIBinder BnDolm::createBinder() {
-    return ::ndk::SpAIBinder(AIBinder_new(gClass, static_cast<void*>(this)));
+    AIBinder* binder = AIBinder_new(gClass, static_cast<void*>(this));
+#ifdef BINDER_STABILITY_SUPPORT
+    // A stable interface: the object may cross between system and vendor.
+    AIBinder_markVintfStability(binder);
+#endif
+    return ::ndk::SpAIBinder(binder);
 }
 
 // BpDolm: each operation is one transaction with the code of its position in

@@ -12,24 +12,30 @@ namespace dolm {
 
 namespace {
 
+// Transaction codes: the position of each method in the interface, and the
+// two version methods at the top of the range, as the generated code numbers them.
+constexpr transaction_code_t TRANSACTION_onCallback = FIRST_CALL_TRANSACTION + 0;
+constexpr transaction_code_t TRANSACTION_getInterfaceVersion = FIRST_CALL_TRANSACTION + 16777214;
+constexpr transaction_code_t TRANSACTION_getInterfaceHash = FIRST_CALL_TRANSACTION + 16777213;
+
 binder_status_t onTransact(AIBinder* binder, transaction_code_t code, const AParcel* in,
                            AParcel* out) {
     std::shared_ptr<BnDolmCallback> impl =
             std::static_pointer_cast<BnDolmCallback>(::ndk::ICInterface::asInterface(binder));
     if (impl == nullptr) return STATUS_UNEXPECTED_NULL;
     switch (code) {
-        case IDolmCallback::TRANSACTION_onCallback: {
+        case TRANSACTION_onCallback: {
             std::vector<DolmRequestData> in_data;
             return internal::serveCall(
                     in, out, [&] { return impl->onCallback(in_data); }, internal::NoReply{},
                     &in_data);
         }
-        case IDolmCallback::TRANSACTION_getInterfaceVersion: {
+        case TRANSACTION_getInterfaceVersion: {
             int32_t version = 0;
             return internal::serveCall(
                     in, out, [&] { return impl->getInterfaceVersion(&version); }, version);
         }
-        case IDolmCallback::TRANSACTION_getInterfaceHash: {
+        case TRANSACTION_getInterfaceHash: {
             std::string hash;
             return internal::serveCall(
                     in, out, [&] { return impl->getInterfaceHash(&hash); }, hash);
@@ -47,8 +53,6 @@ AIBinder_Class* const gClass =
 
 const char* IDolmCallback::descriptor = "vendor.tarvo.hardware.dolm.IDolmCallback";
 std::shared_ptr<IDolmCallback> IDolmCallback::default_impl;
-// Defined here too, so that code binding a reference to it links.
-const int32_t IDolmCallback::version;
 
 IDolmCallback::IDolmCallback() = default;
 IDolmCallback::~IDolmCallback() = default;
@@ -68,7 +72,7 @@ binder_status_t IDolmCallback::readFromParcel(const AParcel* parcel,
 }
 
 bool IDolmCallback::setDefaultImpl(std::shared_ptr<IDolmCallback> impl) {
-    return internal::setDefaultImplOnce(default_impl, std::move(impl));
+    return internal::setDefaultImpl(default_impl, std::move(impl));
 }
 
 const std::shared_ptr<IDolmCallback>& IDolmCallback::getDefaultImpl() {
@@ -105,7 +109,12 @@ BnDolmCallback::~BnDolmCallback() = default;
 }
 
 ::ndk::SpAIBinder BnDolmCallback::createBinder() {
-    return ::ndk::SpAIBinder(AIBinder_new(gClass, static_cast<void*>(this)));
+    AIBinder* binder = AIBinder_new(gClass, static_cast<void*>(this));
+#ifdef BINDER_STABILITY_SUPPORT
+    // A stable interface: the object may cross between system and vendor.
+    AIBinder_markVintfStability(binder);
+#endif
+    return ::ndk::SpAIBinder(binder);
 }
 
 BpDolmCallback::BpDolmCallback(const ::ndk::SpAIBinder& binder) : BpCInterface(binder) {}

@@ -6,6 +6,10 @@
  */
 #pragma once
 
+#ifdef BINDER_STABILITY_SUPPORT
+#include <android/binder_stability.h>
+#endif
+
 #include <android/binder_ibinder.h>
 #include <android/binder_interface_utils.h>
 #include <android/binder_parcel_utils.h>
@@ -159,7 +163,16 @@ template <typename Interface, typename Fallback, typename Reply, typename... Arg
     ::ndk::ScopedAParcel out;
     binder_status_t err = AIBinder_prepareTransaction(binder.get(), in.getR());
     if (err == STATUS_OK) err = writeFields(in.get(), args...);
-    if (err == STATUS_OK) err = AIBinder_transact(binder.get(), code, in.getR(), out.getR(), 0);
+    // A vendor build transacts with FLAG_PRIVATE_LOCAL, so a device checks the
+    // object's stability for the vendor partition.
+    if (err == STATUS_OK) {
+        err = AIBinder_transact(binder.get(), code, in.getR(), out.getR(),
+                                0
+#ifdef BINDER_STABILITY_SUPPORT
+                                        | FLAG_PRIVATE_LOCAL
+#endif
+        );
+    }
     if (err == STATUS_UNKNOWN_TRANSACTION && Interface::getDefaultImpl()) {
         return fallback(*Interface::getDefaultImpl());
     }
@@ -239,10 +252,10 @@ binder_status_t readInterface(const AParcel* parcel, std::shared_ptr<Interface>*
     return STATUS_OK;
 }
 
-/** setDefaultImpl(): takes the first non-null implementation only. */
+/** setDefaultImpl(): a non-null implementation replaces any earlier one. */
 template <typename Interface>
-bool setDefaultImplOnce(std::shared_ptr<Interface>& slot, std::shared_ptr<Interface> impl) {
-    if (slot != nullptr || impl == nullptr) return false;
+bool setDefaultImpl(std::shared_ptr<Interface>& slot, std::shared_ptr<Interface> impl) {
+    if (impl == nullptr) return false;
     slot = std::move(impl);
     return true;
 }

@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "RequestMatchers.h"
+
 namespace zeltest {
 
 using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestData;

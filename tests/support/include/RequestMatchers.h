@@ -16,6 +16,16 @@
 
 namespace aidl::vendor::tarvo::hardware::dolm {
 
+// The generated record has no comparison; tests compare every field, each
+// optional text with its presence.
+inline bool operator==(const DolmRequestData& lhs, const DolmRequestData& rhs) {
+    return lhs.id == rhs.id && lhs.param == rhs.param && lhs.value == rhs.value &&
+           lhs.path == rhs.path && lhs.extra == rhs.extra;
+}
+inline bool operator!=(const DolmRequestData& lhs, const DolmRequestData& rhs) {
+    return !(lhs == rhs);
+}
+
 /** Prints an entry as {id, param, value, path, extra}, absent texts as "<absent>". */
 inline void PrintTo(const DolmRequestData& entry, std::ostream* os) {
     const auto text = [](const std::optional<std::string>& s) {

@@ -12,6 +12,7 @@
 #include <android/binder_ibinder.h>
 #include <android/binder_parcel.h>
 #include <android/binder_status.h>
+#include <assert.h>
 #include <unistd.h>
 
 #include <cstddef>

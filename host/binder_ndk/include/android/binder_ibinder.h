@@ -191,15 +191,6 @@ void AIBinder_Weak_delete(AIBinder_Weak* weakBinder) __INTRODUCED_IN(29);
 /** One strong reference to the object, or null once it is gone (or for null). */
 AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder) __INTRODUCED_IN(29);
 
-/** A new weak reference to the same object (the caller owns it); null for null. */
-AIBinder_Weak* AIBinder_Weak_clone(const AIBinder_Weak* weak) __INTRODUCED_IN(30);
-
-/** A strict weak ordering of binder objects (by identity). */
-bool AIBinder_lt(const AIBinder* lhs, const AIBinder* rhs) __INTRODUCED_IN(30);
-
-/** A strict weak ordering of weak references (by the identity of their objects). */
-bool AIBinder_Weak_lt(const AIBinder_Weak* lhs, const AIBinder_Weak* rhs) __INTRODUCED_IN(30);
-
 /** Death callback; \p cookie is the one given to AIBinder_linkToDeath. */
 typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);
 

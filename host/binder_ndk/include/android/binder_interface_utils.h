@@ -11,6 +11,7 @@
 
 #include <android/binder_auto_utils.h>
 #include <android/binder_ibinder.h>
+#include <assert.h>
 
 #include <cstdlib>
 #include <memory>

@@ -530,4 +530,64 @@ inline binder_status_t AParcel_readNullableParcelFileDescriptor(const AParcel* p
     return status;
 }
 
+/** Writes the length of \p vec as the int32 that precedes a vector's elements. */
+template <typename T>
+static inline binder_status_t AParcel_writeVectorSize(AParcel* parcel, const std::vector<T>& vec) {
+    if (vec.size() > static_cast<size_t>(INT32_MAX)) {
+        return STATUS_BAD_VALUE;
+    }
+    return AParcel_writeInt32(parcel, static_cast<int32_t>(vec.size()));
+}
+
+/** Writes the length of \p vec, -1 when it is absent. */
+template <typename T>
+static inline binder_status_t AParcel_writeVectorSize(AParcel* parcel,
+                                                      const std::optional<std::vector<T>>& vec) {
+    if (!vec.has_value()) {
+        return AParcel_writeInt32(parcel, -1);
+    }
+    return AParcel_writeVectorSize(parcel, *vec);
+}
+
+/**
+ * Reads a vector's length and resizes \p vec to it; a null vector (negative
+ * length) is STATUS_UNEXPECTED_NULL and leaves \p vec alone.
+ */
+template <typename T>
+static inline binder_status_t AParcel_resizeVector(const AParcel* parcel, std::vector<T>* vec) {
+    int32_t size = 0;
+    binder_status_t status = AParcel_readInt32(parcel, &size);
+    if (status != STATUS_OK) {
+        return status;
+    }
+    if (size < 0) {
+        return STATUS_UNEXPECTED_NULL;
+    }
+    vec->resize(static_cast<size_t>(size));
+    return STATUS_OK;
+}
+
+/**
+ * Reads a vector's length and makes \p vec absent (-1) or present with that
+ * many default elements; below -1 is STATUS_UNEXPECTED_NULL.
+ */
+template <typename T>
+static inline binder_status_t AParcel_resizeVector(const AParcel* parcel,
+                                                   std::optional<std::vector<T>>* vec) {
+    int32_t size = 0;
+    binder_status_t status = AParcel_readInt32(parcel, &size);
+    if (status != STATUS_OK) {
+        return status;
+    }
+    if (size < -1) {
+        return STATUS_UNEXPECTED_NULL;
+    }
+    if (size == -1) {
+        *vec = std::nullopt;
+        return STATUS_OK;
+    }
+    *vec = std::vector<T>(static_cast<size_t>(size));
+    return STATUS_OK;
+}
+
 }  // namespace ndk

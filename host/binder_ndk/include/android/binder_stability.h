@@ -1,6 +1,12 @@
 /*
- * Binder NDK runtime for Linux hosts: stability marks.
- * A host has a single partition, so marks are accepted and have no effect.
+ * Binder NDK runtime for Linux hosts: stability marks (platform API, same
+ * names and values as Android 11's <android/binder_stability.h>).
+ *
+ * A binder object's stability says which partitions may rely on its
+ * interface. The mark travels with the object when it is sent to another
+ * process, and a transaction flagged FLAG_PRIVATE_VENDOR (what vendor code
+ * passes as FLAG_PRIVATE_LOCAL) is refused with STATUS_BAD_TYPE on a proxy
+ * whose object is not stable for the vendor partition (vendor or VINTF).
  */
 #pragma once
 
@@ -9,16 +15,48 @@
 
 __BEGIN_DECLS
 
-/** Marks \p binder as part of the VINTF stable interface (no effect on a host). */
-void AIBinder_markVintfStability(AIBinder* binder);
+/** Private transaction flag: the call is made from the vendor partition. */
+enum {
+    FLAG_PRIVATE_VENDOR = 0x10000000,
+};
 
-/** Marks \p binder as local to its compilation unit (no effect on a host). */
-void AIBinder_markCompilationUnitStability(AIBinder* binder);
+#if defined(__ANDROID_VNDK__)
 
-/** Marks \p binder for the vendor partition (no effect on a host). */
+/** The flag this compilation unit's transactions carry. */
+enum {
+    FLAG_PRIVATE_LOCAL = FLAG_PRIVATE_VENDOR,
+};
+
+/** Marks \p binder as stable within the vendor partition. */
 void AIBinder_markVendorStability(AIBinder* binder);
 
-/** Marks \p binder for the system partition (no effect on a host). */
-void AIBinder_markSystemStability(AIBinder* binder);
+/** Marks \p binder with the stability of this compilation unit's partition. */
+static inline void AIBinder_markCompilationUnitStability(AIBinder* binder) {
+    AIBinder_markVendorStability(binder);
+}
+
+#else  // defined(__ANDROID_VNDK__)
+
+/** The flag this compilation unit's transactions carry. */
+enum {
+    FLAG_PRIVATE_LOCAL = 0,
+};
+
+/** Marks \p binder as stable within the system partition. */
+__attribute__((weak)) void AIBinder_markSystemStability(AIBinder* binder);
+
+/** Marks \p binder with the stability of this compilation unit's partition. */
+static inline void AIBinder_markCompilationUnitStability(AIBinder* binder) {
+    if (AIBinder_markSystemStability == nullptr) return;
+    AIBinder_markSystemStability(binder);
+}
+
+#endif  // defined(__ANDROID_VNDK__)
+
+/**
+ * Marks \p binder as stable between the system and vendor partitions (a VINTF
+ * interface). Generated code of a stable interface calls it from createBinder().
+ */
+void AIBinder_markVintfStability(AIBinder* binder);
 
 __END_DECLS

@@ -39,9 +39,6 @@ class DolmRequestData {
     binder_status_t readFromParcel(const AParcel* parcel);
     /** Writes the size of the record, then its fields in declaration order. */
     binder_status_t writeToParcel(AParcel* parcel) const;
-
-    bool operator==(const DolmRequestData& rhs) const;
-    bool operator!=(const DolmRequestData& rhs) const { return !(*this == rhs); }
 };
 
 }  // namespace dolm

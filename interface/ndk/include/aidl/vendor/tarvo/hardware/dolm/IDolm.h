@@ -15,6 +15,9 @@
 #include <memory>
 #include <string>
 #include <vector>
+#ifdef BINDER_STABILITY_SUPPORT
+#include <android/binder_stability.h>
+#endif  // BINDER_STABILITY_SUPPORT
 
 namespace aidl {
 namespace vendor {
@@ -32,22 +35,6 @@ class IDolm : public ::ndk::ICInterface {
     static const int32_t version = 1;
     /** Hash of the frozen interface; initialised once and shared by every user. */
     static inline const std::string hash = "cae43655eaf0af39cbb6d273c5e2206eebe33a10";
-
-    static constexpr uint32_t TRANSACTION_init = FIRST_CALL_TRANSACTION + 0;
-    static constexpr uint32_t TRANSACTION_request = FIRST_CALL_TRANSACTION + 1;
-    static constexpr uint32_t TRANSACTION_release = FIRST_CALL_TRANSACTION + 2;
-    static constexpr uint32_t TRANSACTION_getData = FIRST_CALL_TRANSACTION + 3;
-    static constexpr uint32_t TRANSACTION_registerListener = FIRST_CALL_TRANSACTION + 4;
-    static constexpr uint32_t TRANSACTION_unregisterListener = FIRST_CALL_TRANSACTION + 5;
-    static constexpr uint32_t TRANSACTION_getProperty = FIRST_CALL_TRANSACTION + 6;
-    static constexpr uint32_t TRANSACTION_setProperty = FIRST_CALL_TRANSACTION + 7;
-    static constexpr uint32_t TRANSACTION_registerThermalListener = FIRST_CALL_TRANSACTION + 8;
-    static constexpr uint32_t TRANSACTION_unregisterThermalListener = FIRST_CALL_TRANSACTION + 9;
-    static constexpr uint32_t TRANSACTION_reserved = FIRST_CALL_TRANSACTION + 10;
-    static constexpr uint32_t TRANSACTION_setRelatedSysInfo = FIRST_CALL_TRANSACTION + 11;
-    static constexpr uint32_t TRANSACTION_ruleCtl = FIRST_CALL_TRANSACTION + 12;
-    static constexpr uint32_t TRANSACTION_getInterfaceVersion = FIRST_CALL_TRANSACTION + 16777214;
-    static constexpr uint32_t TRANSACTION_getInterfaceHash = FIRST_CALL_TRANSACTION + 16777213;
 
     /**
      * The interface behind `binder`: the local object when the binder lives in

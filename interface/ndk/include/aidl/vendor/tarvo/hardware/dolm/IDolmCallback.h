@@ -12,6 +12,9 @@
 #include <memory>
 #include <string>
 #include <vector>
+#ifdef BINDER_STABILITY_SUPPORT
+#include <android/binder_stability.h>
+#endif  // BINDER_STABILITY_SUPPORT
 
 namespace aidl {
 namespace vendor {
@@ -29,10 +32,6 @@ class IDolmCallback : public ::ndk::ICInterface {
     static const int32_t version = 1;
     /** Hash of the frozen interface; initialised once and shared by every user. */
     static inline const std::string hash = "cae43655eaf0af39cbb6d273c5e2206eebe33a10";
-
-    static constexpr uint32_t TRANSACTION_onCallback = FIRST_CALL_TRANSACTION + 0;
-    static constexpr uint32_t TRANSACTION_getInterfaceVersion = FIRST_CALL_TRANSACTION + 16777214;
-    static constexpr uint32_t TRANSACTION_getInterfaceHash = FIRST_CALL_TRANSACTION + 16777213;
 
     /**
      * The interface behind `binder`: the local object when the binder lives in
