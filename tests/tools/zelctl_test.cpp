@@ -183,7 +183,7 @@ TEST_P(Command, PrintsItsResultAndExitStatus) {
         return;
     }
     if (c.jsonField == nullptr) return;
-    args.insert(args.begin(), "--json");
+    args.push_back("--json");  // global options may follow the subcommand
     const Result structured = zelctl(args);
     ASSERT_EQ(structured.status, 0) << structured.err;
     const std::vector<json> objects = jsonLines(structured.out);
@@ -247,7 +247,12 @@ const CommandCase kCommands[] = {
         {"Rule", {"rule", "9", "1", "0x010112F0=enable 1"}, 0, "rule 9 status 1", "rule", 9},
         {"PowerMode", {"pm", "2"}, 0, "power mode 2: status 3", "status", 3},
         {"PropertySet", {"prop", "set", "debug.level", "3"}, 0, "debug.level = 3", "result", 0},
-        {"PropertyGet", {"prop", "get", "vendor.dolm.version"}, 0, "1", "value", "1"},
+        {"PropertyGet",
+         {"prop", "get", "vendor.dolm.version"},
+         0,
+         "vendor.dolm.version = 1",
+         "value",
+         "1"},
         {"Dump",
          {"dump", "resinfo"},
          0,

@@ -795,7 +795,8 @@ void addCommands(CLI::App& app, Context& context, std::function<int()>& action,
             requireService();
             std::unique_ptr<char[]> value(dolmHalclient::dolmPropertyGet(*key));
             const std::string text = value != nullptr ? value.get() : "";
-            print(*ctx, {{"command", "prop get"}, {"key", *key}, {"value", text}}, text);
+            print(*ctx, {{"command", "prop get"}, {"key", *key}, {"value", text}},
+                  *key + " = " + text);
             return kExitOk;
         });
         auto* setCmd = prop->add_subcommand("set", "Write a property (dolmPropertySet)");

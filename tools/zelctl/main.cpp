@@ -150,6 +150,8 @@ static int run(int argc, char** argv) {
     app.add_flag("--json", context.json, "Print one JSON object per result or delivery");
     app.add_flag("-v,--verbose", verbose,
                  "Show the library's log lines and the private simulator's output on stderr");
+    // The global options may also follow the subcommand: zelctl state 0x10 --json.
+    app.fallthrough();
     std::function<int()> action;
     bool quietSim = false;
     zelctl::addCommands(app, context, action, quietSim);
