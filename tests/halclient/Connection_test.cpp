@@ -36,67 +36,42 @@ ResourceList someResources() {
     return {res(1, "1")};
 }
 
+// Runs `call` on a fresh list of one well-formed resource.
+template <typename Call>
+std::function<int()> onList(Call call) {
+    return [call] {
+        ResourceList l = someResources();
+        return call(l);
+    };
+}
+
 std::vector<EntryPoint> allEntryPoints() {
     auto cb = std::make_shared<RecordingCallback>();
     auto pathCb = std::make_shared<RecordingPathCallback>();
     return {
-            {"ResCtl3",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, l, 0);
-             }},
-            {"ResCtl4",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, l, 0, 0);
-             }},
-            {"ResCtl5",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, l, 0, 0, 0);
-             }},
-            {"ResCtlLead4",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, 1, l, 0);
-             }},
+            {"ResCtl3", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
+            {"ResCtl4", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0); })},
+            {"ResCtl5", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0, 0); })},
+            {"ResCtlLead4", onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0); })},
             {"ResCtlLead5",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, 1, l, 0, 0);
-             }},
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0); })},
             {"ResCtlFull",
-             [] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, 1, l, 0, 0, 0);
-             }},
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0); })},
             {"ResCtlCallback",
-             [cb] {
-                 auto l = someResources();
-                 return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb);
-             }},
+             onList([cb](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb); })},
             {"ResCtlRelease", [] { return dolmResCtlRelease(1); }},
             {"SACtlFull", [] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1); }},
             {"SACtlShort", [] { return dolmSACtlRequest(1, 1, 1); }},
             {"SACtlCallback", [cb] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1, cb); }},
             {"SACtlRelease", [] { return dolmSACtlRelease(1); }},
             {"ListeningRegister",
-             [cb] {
-                 auto l = someResources();
-                 return dolmResListeningRegister(l, 0, cb);
-             }},
+             onList([cb](ResourceList& l) { return dolmResListeningRegister(l, 0, cb); })},
             {"ListeningUnRegister", [] { return dolmResListeningUnRegister(1); }},
-            {"StateRequest",
-             [] {
-                 auto l = someResources();
+            {"StateRequest", onList([](ResourceList& l) {
                  ResourceList out;
                  return dolmResStateRequest(l, 0, out);
-             }},
-            {"ThermalNotify",
-             [] {
-                 auto l = someResources();
-                 return dolmThermalNotify(l, 0);
-             }},
+             })},
+            {"ThermalNotify", onList([](ResourceList& l) { return dolmThermalNotify(l, 0); })},
             {"ThermalRegister", [cb] { return dolmThermalListeningRegister({1}, cb); }},
             {"ThermalUnregister", [] { return dolmThermalListeningUnregister(1); }},
             {"PathCtl", [] { return dolm_resctl_request_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0); }},

@@ -266,7 +266,7 @@ TEST(ResourceControlDeliveryTest, CallbackArrivesOnBinderThreadBeforeRequestRetu
     EXPECT_EQ(log.count(cbInfo("callback is found in request_callbacks")), 1u);
 }
 
-TEST_F(ResourceControlTest, ReleasePassesHandleAndResult) {
+TEST_F(ResourceControlTest, ReleasePassesHandleAndResultAndFailsWithItsLabel) {
     mService->setAnswer(Op::kRelease, Answer::ok(6));
     EXPECT_EQ(dolmResCtlRelease(-4), 6);
     EXPECT_EQ(dolmSACtlRelease(0), 6);
@@ -276,9 +276,7 @@ TEST_F(ResourceControlTest, ReleasePassesHandleAndResult) {
     EXPECT_EQ(calls[1].first, 0);
     EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolmResCtlRelease"),
                                                   info("dolm client dolmSACtlRelease")}));
-}
 
-TEST_F(ResourceControlTest, ReleaseFailuresUseTheirLabels) {
     mService->setAnswer(Op::kRelease, Answer::transportFailure(STATUS_FAILED_TRANSACTION));
     EXPECT_EQ(dolmResCtlRelease(1), -1);
     EXPECT_EQ(dolmSACtlRelease(1), -1);
