@@ -92,69 +92,49 @@ TEST_F(ZelConnectionTest, SuccessfulCallKeepsTheConnection) {
     EXPECT_TRUE(replacement->calls().empty());
 }
 
-TEST_F(ZelConnectionTest, FailedCallDropsTheConnection) {
+TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
     struct Case {
-        const char* what;
+        const char* label;
+        Op op;
         Answer failure;
+        std::function<void()> call;
     };
+    std::string history;
+    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
+    const auto acquire = [] { EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1); };
+    const Answer refused = Answer::serviceSpecific(1);
     const Case cases[] = {
-            {"service-specific error", Answer::serviceSpecific(3)},
-            {"transport failure", Answer::transportFailure(STATUS_UNKNOWN_ERROR)},
+            {"ZelEventAcquire", Op::kRequest, refused, acquire},
+            {"ZelEventAcquire", Op::kRequest, Answer::transportFailure(STATUS_UNKNOWN_ERROR),
+             acquire},
+            {"dolm_init", Op::kInit, refused, [] { EXPECT_EQ(zelInit(), -2); }},
+            {"dolmResCtlRelease", Op::kRelease, refused, [] { ZelRelease(1); }},
+            {"ZelNotify", Op::kRequest, refused, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); }},
+            {"zelRuleCtl", Op::kRuleCtl, refused, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); }},
+            {"setRelatedSysInfo", Op::kSetRelatedSysInfo, refused,
+             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); }},
+            {"ZelGetHistory", Op::kGetData, refused, [&] { EXPECT_EQ(ZelGetHistory(history), -1); }},
+            {"ZelMutiResStateRequest", Op::kGetData, refused,
+             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); }},
+            {"ZelGetPMStatus", Op::kGetData, refused, [] { EXPECT_EQ(ZelGetPMStatus(1), -1); }},
     };
     // Each case fails on the service the library is connected to, then a
     // replacement registered beside it (the failing one stays alive and
     // reachable) must receive the next call: it was looked up again.
     std::shared_ptr<FakeDolmService> connected = mService;
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        connected->setAnswer(Op::kRequest, c.failure);
-        const size_t before = connected->calls(Op::kRequest).size();
-        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
-        ASSERT_EQ(connected->calls(Op::kRequest).size(), before + 1);
-
-        std::shared_ptr<FakeDolmService> replacement = startReplacement();
-        ASSERT_NE(replacement, nullptr);
-        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 200);
-        EXPECT_EQ(connected->calls(Op::kRequest).size(), before + 1);
-        EXPECT_EQ(replacement->calls(Op::kRequest).size(), 1u);
-        connected = replacement;
-    }
-}
-
-TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
-    // As above, for the failure label and reset of every function.
-    struct Case {
-        const char* label;
-        Op op;
-        std::function<void()> call;
-    };
-    std::string history;
-    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
-    const Case cases[] = {
-            {"dolm_init", Op::kInit, [] { EXPECT_EQ(zelInit(), -2); }},
-            {"dolmResCtlRelease", Op::kRelease, [] { ZelRelease(1); }},
-            {"ZelNotify", Op::kRequest, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); }},
-            {"zelRuleCtl", Op::kRuleCtl, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); }},
-            {"setRelatedSysInfo", Op::kSetRelatedSysInfo,
-             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); }},
-            {"ZelGetHistory", Op::kGetData, [&] { EXPECT_EQ(ZelGetHistory(history), -1); }},
-            {"ZelMutiResStateRequest", Op::kGetData,
-             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); }},
-            {"ZelGetPMStatus", Op::kGetData, [] { EXPECT_EQ(ZelGetPMStatus(1), -1); }},
-    };
-    std::shared_ptr<FakeDolmService> connected = mService;
-    for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
-        connected->setAnswer(c.op, Answer::serviceSpecific(1));
+        connected->setAnswer(c.op, c.failure);
         const size_t before = connected->calls(c.op).size();
         mLog.clear();
         c.call();
-        EXPECT_EQ(connected->calls(c.op).size(), before + 1);
+        ASSERT_EQ(connected->calls(c.op).size(), before + 1);
         EXPECT_EQ(mLog.count(failedLine(c.label)), 1u);
 
         std::shared_ptr<FakeDolmService> replacement = startReplacement();
         ASSERT_NE(replacement, nullptr);
         EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 200);
+        EXPECT_EQ(connected->calls(c.op).size(), before + 1);
         EXPECT_EQ(replacement->calls(Op::kRequest).size(), 1u);
         connected = replacement;
     }
