@@ -50,6 +50,7 @@ void DeathLog::onDied(void* cookie) {
 
 class TransportTest : public ::testing::Test {
   protected:
+    void SetUp() override { ABinderHost_setInProcessProxies(true); }
     ScopedRegistryDir mDir;
 };
 

@@ -1,5 +1,6 @@
 #include "HalclientTestSupport.h"
 
+#include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <android/log.h>
@@ -111,6 +112,7 @@ std::vector<RecordingPathCallback::Delivery> RecordingPathCallback::deliveries()
 
 std::shared_ptr<CallingBackService> CallingBackService::startCallingBack(
         std::vector<DolmRequestData> data) {
+    ABinderHost_setInProcessProxies(true);
     ABinderProcess_startThreadPool();
     auto service = ::ndk::SharedRefBase::make<CallingBackService>(std::move(data));
     if (AServiceManager_addService(service->asBinder().get(), zeltest::kDolmInstance) != STATUS_OK) {

@@ -143,3 +143,14 @@ binder_status_t ABinderHost_killLocalBinder(AIBinder* binder) {
     Runtime* runtime = Runtime::getIfCreated();
     return runtime != nullptr ? runtime->killLocal(local) : STATUS_OK;
 }
+
+void ABinderHost_setInProcessProxies(bool enabled) {
+    if (Runtime* runtime = Runtime::get()) {
+        runtime->setInProcessProxies(enabled);
+    }
+}
+
+size_t ABinderHost_getPeerCount() {
+    Runtime* runtime = Runtime::getIfCreated();
+    return runtime != nullptr ? runtime->peerCount() : 0;
+}

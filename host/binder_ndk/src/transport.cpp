@@ -1112,13 +1112,19 @@ BinderRef Runtime::checkService(const char* instance) {
     if (!validKey(key)) {
         return BinderRef();
     }
+    if (key == mSelfKey && !mInProcessProxies.load()) {
+        // A service of this process is its local object, as on a device.
+        std::lock_guard<std::mutex> lock(mServicesMutex);
+        auto it = mServices.find(instance);
+        return it != mServices.end() ? it->second : BinderRef();
+    }
     std::vector<uint8_t> request;
     Writer writer(request);
     writer.begin(kGetService);
     writer.str(instance);
     std::unique_ptr<AParcel> reply;
     bool nodeGone = false;
-    // Lookups always hand out proxies, also for this process's own services.
+    // With in-process proxies enabled, this process's own services come back as proxies too.
     if (roundTrip(getPeer(key), writer.finish(), true, &reply, &nodeGone) != STATUS_OK) {
         return BinderRef();
     }
@@ -1179,6 +1185,16 @@ binder_status_t Runtime::killLocal(ABBinder* binder) {
     }
     binder->decWeak();
     return STATUS_OK;
+}
+
+size_t Runtime::peerCount() {
+    std::lock_guard<std::mutex> lock(mPeersMutex);
+    size_t count = 0;
+    for (const auto& entry : mPeers) {
+        std::lock_guard<std::mutex> peerLock(entry.second->mMutex);
+        count += entry.first != mSelfKey && !entry.second->mDead ? 1 : 0;
+    }
+    return count;
 }
 
 pid_t Runtime::callingPid() {

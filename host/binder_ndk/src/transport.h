@@ -15,6 +15,7 @@
 #include <android/binder_ibinder.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -71,8 +72,13 @@ class Runtime {
     void onLocalGone(ABBinder* binder);
 
     binder_status_t addService(ABBinder* binder, const char* instance);
-    /** A proxy to the registered object, or empty. */
+    /**
+     * The registered object, or empty: the local object for a service of this
+     * process (a proxy when in-process proxies are enabled), else a proxy.
+     */
     BinderRef checkService(const char* instance);
+    void setInProcessProxies(bool enabled) { mInProcessProxies.store(enabled); }
+    size_t peerCount();
     binder_status_t killLocal(ABBinder* binder);
 
     /** Delivers death notifications on a binder thread, keeping the proxies alive meanwhile. */
@@ -134,6 +140,8 @@ class Runtime {
     pid_t mPid = 0;
     int mListenFd = -1;
     int mEpollFd = -1;
+
+    std::atomic<bool> mInProcessProxies{false};
 
     std::mutex mPeersMutex;
     std::map<std::string, std::shared_ptr<Peer>> mPeers;
