@@ -3,11 +3,37 @@
 #include <android/binder_parcel_utils.h>
 #include <unistd.h>
 
+#include <atomic>
+
 namespace bindertest {
 
-void (*gOnBlock)() = nullptr;
+void (*gReport)(const std::string& line) = nullptr;
 
 namespace {
+
+void report(const std::string& line) {
+    if (gReport != nullptr) gReport(line);
+}
+
+std::atomic<int> gWaiting{0};
+
+// The held callback's death is reported, so that a test can tell the service
+// took its holder for dead.
+void onHeldDied(void*) {
+    report("held died");
+}
+
+AIBinder_DeathRecipient* heldRecipient() {
+    static AIBinder_DeathRecipient* recipient = AIBinder_DeathRecipient_new(onHeldDied);
+    return recipient;
+}
+
+// Blocks until a line (or end of file) arrives on stdin.
+void waitForLine() {
+    char byte = 0;
+    while (read(STDIN_FILENO, &byte, 1) == 1 && byte != '\n') {
+    }
+}
 
 void* onCreate(void* args) {
     return args;
@@ -26,11 +52,9 @@ void record(AIBinder* binder, const std::string& text) {
     ++observed->calls;
     observed->lastText = text;
     observed->lastThread = std::this_thread::get_id();
+    observed->callingPid = AIBinder_getCallingPid();
+    observed->callingUid = AIBinder_getCallingUid();
     observed->changed.notify_all();
-}
-
-int32_t threadHash() {
-    return static_cast<int32_t>(std::hash<std::thread::id>()(std::this_thread::get_id()));
 }
 
 binder_status_t echoTransact(AIBinder* binder, transaction_code_t code, const AParcel* in,
@@ -55,12 +79,16 @@ binder_status_t echoTransact(AIBinder* binder, transaction_code_t code, const AP
             if (status != STATUS_OK) return status;
             int32_t result = 0;
             status = callWithBinder(callback.get(), kNotify, nullptr, text, &result);
-            return status == STATUS_OK ? AParcel_writeInt32(out, result) : status;
+            if (status == STATUS_OK) status = AParcel_writeInt32(out, result);
+            return status == STATUS_OK ? AParcel_writeInt32(out, threadHash()) : status;
         }
         case kHold: {
             ndk::SpAIBinder held;
             binder_status_t status = ndk::AParcel_readRequiredStrongBinder(in, &held);
             if (status != STATUS_OK) return status;
+            if (AIBinder_isRemote(held.get())) {
+                AIBinder_linkToDeath(held.get(), heldRecipient(), nullptr);
+            }
             std::lock_guard<std::mutex> lock(observed->mutex);
             observed->held = held;
             observed->changed.notify_all();
@@ -78,11 +106,51 @@ binder_status_t echoTransact(AIBinder* binder, transaction_code_t code, const AP
         case kPid:
             return AParcel_writeInt32(out, getpid());
         case kBlock:
-            if (gOnBlock != nullptr) gOnBlock();
+            report("blocked");
             for (;;) pause();
         case kThreadId:
             record(binder, "thread");
             return AParcel_writeInt32(out, threadHash());
+        case kCallHeldLater: {
+            std::string text;
+            binder_status_t status = ndk::AParcel_readString(in, &text);
+            if (status != STATUS_OK) return status;
+            ndk::SpAIBinder held;
+            {
+                std::lock_guard<std::mutex> lock(observed->mutex);
+                held = observed->held;
+            }
+            if (held.get() == nullptr) return STATUS_INVALID_OPERATION;
+            // Not nested: the call leaves from a thread of the service's own.
+            std::thread([held, text] {
+                int32_t result = 0;
+                report("called " + std::to_string(callWithBinder(held.get(), kNotify, nullptr,
+                                                                 text, &result)));
+            }).detach();
+            return AParcel_writeInt32(out, 0);
+        }
+        case kWaitGo:
+            ++gWaiting;
+            report("waiting");
+            waitForLine();
+            --gWaiting;
+            return AParcel_writeInt32(out, 0);
+        case kWaitingCount:
+            return AParcel_writeInt32(out, gWaiting.load());
+        case kCallingId: {
+            binder_status_t status = AParcel_writeInt32(out, AIBinder_getCallingPid());
+            return status == STATUS_OK
+                           ? AParcel_writeInt32(out, static_cast<int32_t>(AIBinder_getCallingUid()))
+                           : status;
+        }
+        case kSized: {
+            std::string ignored;
+            int32_t size = 0;
+            binder_status_t status = ndk::AParcel_readString(in, &ignored);
+            if (status == STATUS_OK) status = AParcel_readInt32(in, &size);
+            if (status != STATUS_OK) return status;
+            return ndk::AParcel_writeString(out, std::string(static_cast<size_t>(size), 's'));
+        }
         default:
             return STATUS_UNKNOWN_TRANSACTION;
     }
@@ -95,6 +163,8 @@ binder_status_t callbackTransact(AIBinder* binder, transaction_code_t code, cons
     binder_status_t status = ndk::AParcel_readString(in, &text);
     if (status != STATUS_OK) return status;
     record(binder, text);
+    auto* observed = static_cast<Observed*>(AIBinder_getUserData(binder));
+    if (observed->during) observed->during();
     return AParcel_writeInt32(out, getpid());
 }
 
@@ -156,7 +226,8 @@ binder_status_t callInt(AIBinder* binder, transaction_code_t code, int32_t* resu
 }
 
 binder_status_t callWithBinder(AIBinder* binder, transaction_code_t code, AIBinder* arg,
-                               const std::string& text, int32_t* result, binder_flags_t flags) {
+                               const std::string& text, int32_t* result, binder_flags_t flags,
+                               int32_t* serverThread) {
     bool toCallback = code == kNotify;
     AIBinder_associateClass(binder, toCallback ? callbackClass() : echoClass());
     ndk::ScopedAParcel reply;
@@ -174,7 +245,23 @@ binder_status_t callWithBinder(AIBinder* binder, transaction_code_t code, AIBind
     if (status == STATUS_OK && code != kHold && (flags & FLAG_ONEWAY) == 0) {
         status = AParcel_readInt32(reply.get(), result);
     }
+    if (status == STATUS_OK && serverThread != nullptr) {
+        status = AParcel_readInt32(reply.get(), serverThread);
+    }
     return status;
+}
+
+binder_status_t callEchoService(AIBinder* binder, transaction_code_t code,
+                                const std::function<binder_status_t(AParcel*)>& write,
+                                const std::function<binder_status_t(const AParcel*)>& read) {
+    AIBinder_associateClass(binder, echoClass());
+    ndk::ScopedAParcel reply;
+    binder_status_t status = call(binder, code, write, &reply);
+    return status == STATUS_OK ? read(reply.get()) : status;
+}
+
+int32_t threadHash() {
+    return static_cast<int32_t>(std::hash<std::thread::id>()(std::this_thread::get_id()));
 }
 
 }  // namespace bindertest

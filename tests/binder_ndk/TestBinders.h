@@ -29,6 +29,11 @@ enum : transaction_code_t {
     kPid,                            // -> the serving process's pid
     kBlock,                          // never answers (the serving thread blocks)
     kThreadId,                       // -> a hash of the serving thread's id
+    kCallHeldLater,  // string: a new thread of the service calls the held callback with it
+    kWaitGo,         // reports "waiting", returns once a line arrives on the service's stdin
+    kWaitingCount,   // -> how many kWaitGo calls are waiting right now
+    kCallingId,      // -> AIBinder_getCallingPid(), AIBinder_getCallingUid() as int32
+    kSized,          // string (ignored), int32 size -> a string of that many bytes
 };
 
 /** Callback code: string -> int32 pid of the process it runs in. */
@@ -42,7 +47,11 @@ struct Observed {
     int calls = 0;
     std::string lastText;
     std::thread::id lastThread;
+    pid_t callingPid = 0;  // AIBinder_getCallingPid/Uid during the last call
+    uid_t callingUid = 0;
     ndk::SpAIBinder held;
+    /** Run by a callback object during each call, outside the lock (e.g. a nested call). */
+    std::function<void()> during;
 
     /** Waits until \p done holds (under the lock) or the limit passes. */
     bool waitFor(const std::function<bool()>& done) {
@@ -58,8 +67,11 @@ AIBinder_Class* callbackClass();
 ndk::SpAIBinder newEcho(Observed* observed);
 ndk::SpAIBinder newCallback(Observed* observed);
 
-/** Called by kBlock just before it blocks (the helper server reports it on stdout). */
-extern void (*gOnBlock)();
+/**
+ * Where a service reports what happens to it ("blocked", "waiting", "called <status>",
+ * "held died"); the helper server prints each line on stdout. Null: not reported.
+ */
+extern void (*gReport)(const std::string& line);
 
 /** Calls kEcho on \p binder; returns the transport status. */
 binder_status_t callEcho(AIBinder* binder, const std::optional<std::string>& text, int32_t value,
@@ -68,8 +80,23 @@ binder_status_t callEcho(AIBinder* binder, const std::optional<std::string>& tex
 /** A two-way call with no arguments that returns an int32 (kPid, kThreadId, kDropHeld...). */
 binder_status_t callInt(AIBinder* binder, transaction_code_t code, int32_t* result);
 
-/** A call whose only argument is \p arg (kHold; kCallBack adds \p text). */
+/**
+ * A call whose only argument is \p arg (kHold; kCallBack adds \p text). kCallBack also
+ * answers a hash of the service's serving thread, stored in \p serverThread when given.
+ */
 binder_status_t callWithBinder(AIBinder* binder, transaction_code_t code, AIBinder* arg,
-                               const std::string& text, int32_t* result, binder_flags_t flags = 0);
+                               const std::string& text, int32_t* result, binder_flags_t flags = 0,
+                               int32_t* serverThread = nullptr);
+
+/**
+ * Any two-way call to the echo service: \p write adds the arguments, \p read takes the
+ * results from the reply. Returns the first failing status.
+ */
+binder_status_t callEchoService(AIBinder* binder, transaction_code_t code,
+                                const std::function<binder_status_t(AParcel*)>& write,
+                                const std::function<binder_status_t(const AParcel*)>& read);
+
+/** A hash of the calling thread's id, as kThreadId and kCallBack answer it. */
+int32_t threadHash();
 
 }  // namespace bindertest

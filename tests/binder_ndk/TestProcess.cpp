@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,20 +29,34 @@ ScopedRegistryDir::~ScopedRegistryDir() {
     std::filesystem::remove_all(mPath, ignored);
 }
 
-ChildServer::ChildServer(const std::string& instance) {
+ChildServer::ChildServer(const std::string& instance, const std::vector<std::string>& options) {
     int pipeFds[2];
+    int inputFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0) {
+        return;
+    }
+    // A socket rather than a pipe: writing after the child died fails without SIGPIPE.
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, inputFds) != 0) {
+        close(pipeFds[0]);
+        close(pipeFds[1]);
         return;
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, pipeFds[1], STDOUT_FILENO);
-    const char* argv[] = {BINDER_TEST_SERVER, instance.c_str(), nullptr};
+    posix_spawn_file_actions_adddup2(&actions, inputFds[0], STDIN_FILENO);
+    std::vector<const char*> argv = {BINDER_TEST_SERVER, instance.c_str()};
+    for (const std::string& option : options) {
+        argv.push_back(option.c_str());
+    }
+    argv.push_back(nullptr);
     int result = posix_spawn(&mPid, BINDER_TEST_SERVER, &actions, nullptr,
-                             const_cast<char* const*>(argv), environ);
+                             const_cast<char* const*>(argv.data()), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(pipeFds[1]);
+    close(inputFds[0]);
     mOutput = pipeFds[0];
+    mInput = inputFds[1];
     if (result != 0) {
         mPid = -1;
         return;
@@ -54,10 +69,19 @@ ChildServer::~ChildServer() {
     if (mOutput >= 0) {
         close(mOutput);
     }
+    if (mInput >= 0) {
+        close(mInput);
+    }
 }
 
-std::string ChildServer::nextLine() {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+bool ChildServer::sendLine(const std::string& line) {
+    std::string text = line + "\n";
+    return mInput >= 0 &&
+           send(mInput, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+}
+
+std::string ChildServer::nextLine(std::chrono::milliseconds limit) {
+    auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
         size_t newline = mPending.find('\n');
         if (newline != std::string::npos) {

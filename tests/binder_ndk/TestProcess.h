@@ -4,7 +4,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
+#include <vector>
 
 namespace bindertest {
 
@@ -21,10 +23,14 @@ class ScopedRegistryDir {
     std::string mPath;
 };
 
-/** The helper server (fork+exec), serving an echo service under \p instance. */
+/**
+ * The helper server (fork+exec), serving an echo service under \p instance;
+ * \p options are passed on (see TestServer.cpp).
+ */
 class ChildServer {
   public:
-    explicit ChildServer(const std::string& instance);
+    explicit ChildServer(const std::string& instance,
+                         const std::vector<std::string>& options = {});
     ~ChildServer();
     ChildServer(const ChildServer&) = delete;
     ChildServer& operator=(const ChildServer&) = delete;
@@ -32,7 +38,9 @@ class ChildServer {
     /** True once the child printed "ready" (within the wait limit). */
     bool ready() const { return mReady; }
     /** Waits for the next output line of the child (e.g. "blocked"); "" on timeout. */
-    std::string nextLine();
+    std::string nextLine(std::chrono::milliseconds limit = std::chrono::seconds(10));
+    /** Writes \p line and a newline to the child's stdin (releases a kWaitGo call). */
+    bool sendLine(const std::string& line);
     /** SIGKILLs the child and reaps it. */
     void kill();
     pid_t pid() const { return mPid; }
@@ -40,6 +48,7 @@ class ChildServer {
   private:
     pid_t mPid = -1;
     int mOutput = -1;
+    int mInput = -1;
     bool mReady = false;
     std::string mPending;
 };

@@ -1,0 +1,294 @@
+// Local processes that misbehave on purpose: a peer that dribbles its hello,
+// peers that claim another process's endpoint key, processes that come and
+// go, a frame that announces more than any transaction may carry. None of
+// them may stall, cut off or bloat a well-behaved process.
+#include <android/binder_host.h>
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "RawPeer.h"
+#include "TestBinders.h"
+#include "TestProcess.h"
+
+namespace bindertest {
+namespace {
+
+using binder_host::kHelloControl;
+using binder_host::kHelloData;
+using binder_host::kTransact;
+
+constexpr const char* kInstance = "binder.test.IEcho/bad-peer";
+constexpr const char* kOtherInstance = "binder.test.IEcho/other";
+constexpr const char* kOwnInstance = "binder.test.IEcho/own";
+// Time given to a runtime that wrongly acts on a bad peer at once to do so.
+constexpr auto kWrongAnswerWindow = std::chrono::milliseconds(500);
+
+struct Deaths {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+
+    static void onDied(void* cookie) {
+        auto* deaths = static_cast<Deaths*>(cookie);
+        std::lock_guard<std::mutex> lock(deaths->mutex);
+        ++deaths->count;
+        deaths->changed.notify_all();
+    }
+    bool waitFor(int total, std::chrono::milliseconds limit) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, limit, [&] { return count >= total; });
+    }
+};
+
+class BadPeerTest : public ::testing::Test {
+  protected:
+    static ndk::SpAIBinder lookup(const char* instance) {
+        ndk::SpAIBinder binder(AServiceManager_getService(instance));
+        if (binder.get() != nullptr) AIBinder_associateClass(binder.get(), echoClass());
+        return binder;
+    }
+    static bool echoes(AIBinder* binder) {
+        std::optional<std::string> text;
+        int32_t value = 0;
+        return callEcho(binder, std::string("fine"), 2, &text, &value) == STATUS_OK && value == 4;
+    }
+    static binder_status_t callHeldLater(AIBinder* service, const std::string& text) {
+        return callEchoService(
+                service, kCallHeldLater,
+                [&](AParcel* in) { return ndk::AParcel_writeString(in, text); },
+                [](const AParcel*) { return STATUS_OK; });
+    }
+    /** Registers a service of this process; the endpoint key of this process. */
+    std::string ownKey() {
+        mOwn = newEcho(&mOwnState);
+        if (AServiceManager_addService(mOwn.get(), kOwnInstance) != STATUS_OK) return "";
+        return registeredKey(mDir.path(), kOwnInstance);
+    }
+
+    ScopedRegistryDir mDir;
+    Observed mOwnState;
+    ndk::SpAIBinder mOwn;
+};
+
+// A peer sends its hello one byte every 1.5 s. Meanwhile another process
+// connects and calls, and a death notice arrives, long before that hello could
+// be complete; the receiver cuts the slow peer off after its 2 s deadline.
+TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
+    ABinderProcess_startThreadPool();
+    std::string key = ownKey();
+    ASSERT_FALSE(key.empty());
+    ChildServer caller(kInstance);
+    ChildServer dying(kOtherInstance);
+    ASSERT_TRUE(caller.ready());
+    ASSERT_TRUE(dying.ready());
+    ndk::SpAIBinder callerProxy = lookup(kInstance);
+    ndk::SpAIBinder dyingProxy = lookup(kOtherInstance);
+    ASSERT_NE(callerProxy.get(), nullptr);
+    ASSERT_NE(dyingProxy.get(), nullptr);
+    Deaths deaths;
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(dyingProxy.get(), recipient.get(), &deaths), STATUS_OK);
+
+    RawSocket slow(endpointPath(mDir.path(), key));
+    ASSERT_TRUE(slow.connected());
+    const std::vector<uint8_t> hello = helloFrame(kHelloData, getpid(), keyOf(getpid()));
+    std::mutex mutex;
+    std::condition_variable changed;
+    size_t sent = 0;
+    bool cutOff = false;
+    std::thread dribbler([&] {
+        auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        for (uint8_t byte : hello) {
+            bool closed = !slow.send({byte}) || slow.waitClosed(std::chrono::milliseconds(1500));
+            std::lock_guard<std::mutex> lock(mutex);
+            ++sent;
+            cutOff = closed;
+            changed.notify_all();
+            if (closed || std::chrono::steady_clock::now() > giveUp) break;
+        }
+    });
+    auto isCutOff = [&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return cutOff;
+    };
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_for(lock, kWaitLimit, [&] { return sent > 0; });
+    }
+
+    // New connections from the caller: it takes a callback and calls it from a thread of its own.
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    EXPECT_EQ(callWithBinder(callerProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    EXPECT_EQ(callHeldLater(callerProxy.get(), "meanwhile"), STATUS_OK);
+    EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
+    EXPECT_FALSE(isCutOff()) << "the call was served only after the slow peer was cut off";
+    dying.kill();
+    EXPECT_TRUE(deaths.waitFor(1, kWaitLimit));
+    EXPECT_FALSE(isCutOff()) << "the death notice came only after the slow peer was cut off";
+
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return cutOff; }))
+                << "the slow peer was not cut off (" << sent << " of " << hello.size()
+                << " bytes sent)";
+    }
+    dribbler.join();
+    EXPECT_EQ(caller.nextLine(), "called 0");
+    callback.set(nullptr);
+    caller.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+// A third process sends a control hello that claims another process's key,
+// then closes it: as if that process had died. Claiming the client's key at
+// the service must not make the service drop the client's callback; claiming
+// the service's key at the client must not turn the client's proxy dead.
+TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
+    ABinderProcess_startThreadPool();
+    std::string clientKey = ownKey();
+    ASSERT_FALSE(clientKey.empty());
+    ChildServer service(kInstance);
+    ASSERT_TRUE(service.ready());
+    std::string serviceKey = registeredKey(mDir.path(), kInstance);
+    ndk::SpAIBinder proxy = lookup(kInstance);
+    ASSERT_NE(proxy.get(), nullptr);
+    Deaths deaths;
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), recipient.get(), &deaths), STATUS_OK);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    // The service links to the callback's death and reports "held died" if it fires.
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+
+    const struct {
+        const char* name;
+        std::string target;  // endpoint the hello goes to
+        std::string key;     // key it claims
+        pid_t pid;           // pid it claims; 0: the liar's own
+    } cases[] = {
+            {"client's key at the service, own pid", serviceKey, clientKey, 0},
+            {"client's key and pid at the service", serviceKey, clientKey, getpid()},
+            {"service's key at the client, own pid", clientKey, serviceKey, 0},
+            {"service's key and pid at the client", clientKey, serviceKey, service.pid()},
+    };
+    int calls = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string path = endpointPath(mDir.path(), c.target);
+        pid_t liar = forkPeer([&] {
+            RawSocket socket(path);
+            bool sent = socket.connected() &&
+                        socket.send(helloFrame(kHelloControl, c.pid != 0 ? c.pid : getpid(), c.key));
+            return sent ? 0 : 1;
+        });
+        ASSERT_GT(liar, 0);
+        ASSERT_EQ(waitPeer(liar), 0);
+
+        EXPECT_FALSE(deaths.waitFor(1, kWrongAnswerWindow)) << "the client took the service for dead";
+        EXPECT_EQ(service.nextLine(kWrongAnswerWindow), "")
+                << "the service took the client for dead";
+        EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
+        EXPECT_TRUE(echoes(proxy.get()));
+        ASSERT_EQ(callHeldLater(proxy.get(), c.name), STATUS_OK);
+        EXPECT_EQ(service.nextLine(), "called 0");
+        ++calls;
+        EXPECT_TRUE(observed.waitFor([&] { return observed.calls == calls; }));
+    }
+    callback.set(nullptr);
+    service.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+// Processes that come and go leave no record behind: a service restarted
+// again and again, and short-lived callers that only ever send a request.
+TEST_F(BadPeerTest, DeadPeersAreForgotten) {
+    ABinderProcess_startThreadPool();
+    constexpr int kRestarts = 20;
+    for (int i = 0; i < kRestarts; ++i) {
+        SCOPED_TRACE("restart " + std::to_string(i));
+        ChildServer child(kInstance);
+        ASSERT_TRUE(child.ready());
+        ndk::SpAIBinder proxy = lookup(kInstance);
+        ASSERT_NE(proxy.get(), nullptr);
+        EXPECT_TRUE(echoes(proxy.get()));
+        // This child and at most its predecessor, not yet found dead.
+        EXPECT_LE(ABinderHost_getPeerCount(), 2u);
+    }
+
+    std::string path = endpointPath(mDir.path(), ownKey());
+    constexpr int kCallers = 10;
+    for (int i = 0; i < kCallers; ++i) {
+        pid_t caller = forkPeer([&] {
+            RawSocket socket(path);
+            return socket.connected() &&
+                                   socket.send(helloFrame(kHelloData, getpid(), keyOf(getpid()))) &&
+                                   socket.serviceNode(kOwnInstance) != 0
+                           ? 0
+                           : 1;
+        });
+        ASSERT_GT(caller, 0);
+        ASSERT_EQ(waitPeer(caller), 0);
+    }
+
+    auto deadline = std::chrono::steady_clock::now() + kWaitLimit;
+    while (ABinderHost_getPeerCount() != 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(ABinderHost_getPeerCount(), 0u);
+}
+
+// A frame that announces 2 MiB, then brings them, instead of a hello or
+// after one: the connection is closed without an answer, the receiver's peak
+// memory does not grow by what was announced, and it serves on.
+TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
+    constexpr uint32_t kAnnounced = 2u << 20;
+    constexpr long kMaxGrowthKiB = 1536;  // the 1 MiB limit and some slack, not the 2 MiB announced
+    const std::vector<uint8_t> huge = [] {
+        std::vector<uint8_t> frame = Payload().frame(kTransact, kAnnounced);
+        frame.resize(frame.size() + kAnnounced);
+        return frame;
+    }();
+    for (bool afterHello : {false, true}) {
+        SCOPED_TRACE(afterHello ? "after a hello" : "instead of a hello");
+        ChildServer child(kInstance);
+        ASSERT_TRUE(child.ready());
+        ndk::SpAIBinder proxy = lookup(kInstance);
+        ASSERT_NE(proxy.get(), nullptr);
+        std::string path = endpointPath(mDir.path(), registeredKey(mDir.path(), kInstance));
+        const std::vector<uint8_t> hello = helloFrame(kHelloData, getpid(), keyOf(getpid()));
+        {
+            // The same kind of connection, well-behaved: what any connection costs is in the baseline.
+            RawSocket warmUp(path);
+            ASSERT_TRUE(warmUp.send(hello));
+            ASSERT_NE(warmUp.serviceNode(kInstance), 0u);
+        }
+        ASSERT_TRUE(echoes(proxy.get()));
+        long before = peakMemoryKiB(child.pid());
+        ASSERT_GT(before, 0);
+
+        RawSocket socket(path);
+        ASSERT_TRUE(socket.connected());
+        if (afterHello) {
+            ASSERT_TRUE(socket.send(hello));
+        }
+        socket.send(huge);  // may fail part way: the receiver closes as soon as it sees the header
+        EXPECT_TRUE(socket.waitClosed(kWaitLimit)) << "not closed, or answered";
+        long after = peakMemoryKiB(child.pid());
+        EXPECT_LT(after - before, kMaxGrowthKiB) << "peak memory " << before << " -> " << after << " KiB";
+        EXPECT_TRUE(echoes(proxy.get()));
+    }
+}
+
+}  // namespace
+}  // namespace bindertest

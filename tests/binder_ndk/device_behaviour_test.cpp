@@ -1,0 +1,323 @@
+// Where a device's binder driver sets the rules, the host runtime follows
+// them: nested calls run on the waiting thread, only pool threads serve
+// incoming work, a process's own service is its local object, the calling
+// identity names the caller, and transactions have a size limit.
+//
+// ctest runs every case in a process of its own: a case may rely on this
+// process never having started its thread pool until the case starts it.
+#include <android/binder_host.h>
+#include <android/binder_manager.h>
+#include <android/binder_parcel_utils.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "RawPeer.h"
+#include "TestBinders.h"
+#include "TestProcess.h"
+
+namespace bindertest {
+namespace {
+
+constexpr const char* kInstance = "binder.test.IEcho/device";
+constexpr const char* kDyingInstance = "binder.test.IEcho/dying";
+// Time given to a runtime that wrongly serves or delivers something at once to do so.
+constexpr auto kWrongAnswerWindow = std::chrono::seconds(1);
+
+// Death notifications received, with their cookie as the counter.
+struct Deaths {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+
+    static void onDied(void* cookie) {
+        auto* deaths = static_cast<Deaths*>(cookie);
+        std::lock_guard<std::mutex> lock(deaths->mutex);
+        ++deaths->count;
+        deaths->changed.notify_all();
+    }
+};
+
+class DeviceBehaviourTest : public ::testing::Test {
+  protected:
+    static ndk::SpAIBinder lookup(const char* instance) {
+        ndk::SpAIBinder binder(AServiceManager_getService(instance));
+        if (binder.get() != nullptr) AIBinder_associateClass(binder.get(), echoClass());
+        return binder;
+    }
+
+    ScopedRegistryDir mDir;
+};
+
+// The service calls back into this process while it handles our call: the
+// callback runs on the thread that waits for the reply, with or without a
+// thread pool, and a call the callback makes back into the service reaches
+// the service's thread that waits in turn.
+TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy = lookup(kInstance);
+    ASSERT_NE(proxy.get(), nullptr);
+    Observed states[2];
+    for (int row = 0; row < 2; ++row) {
+        bool pool = row == 1;
+        SCOPED_TRACE(pool ? "with a thread pool" : "without a thread pool");
+        if (pool) ABinderProcess_startThreadPool();
+        Observed& observed = states[row];
+        binder_status_t nestedStatus = STATUS_UNKNOWN_ERROR;
+        int32_t nestedThread = 0;
+        observed.during = [&] { nestedStatus = callInt(proxy.get(), kThreadId, &nestedThread); };
+        ndk::SpAIBinder callback = newCallback(&observed);
+
+        int32_t result = 0;
+        int32_t childThread = 0;
+        ASSERT_EQ(callWithBinder(proxy.get(), kCallBack, callback.get(), "nested", &result, 0,
+                                 &childThread),
+                  STATUS_OK);
+        EXPECT_EQ(result, getpid());
+        {
+            std::lock_guard<std::mutex> lock(observed.mutex);
+            EXPECT_EQ(observed.calls, 1);
+            EXPECT_EQ(observed.lastThread, std::this_thread::get_id());
+            // Served on this thread, the nested call still comes from the service.
+            EXPECT_EQ(observed.callingPid, child.pid());
+            EXPECT_EQ(observed.callingUid, getuid());
+        }
+        EXPECT_EQ(nestedStatus, STATUS_OK);
+        EXPECT_EQ(nestedThread, childThread);
+        EXPECT_EQ(AIBinder_getCallingPid(), getpid());
+    }
+    // The service's references to the callbacks go; they are released before their state is.
+    child.kill();
+    for (Observed& observed : states) {
+        EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+    }
+}
+
+// A service with a single binder thread serves one call at a time: a second
+// caller waits until the first call returns, and both complete.
+TEST_F(DeviceBehaviourTest, ServiceWithOneThreadMakesTheSecondCallerWait) {
+    ChildServer child(kInstance, {"--one-thread"});
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy = lookup(kInstance);
+    ASSERT_NE(proxy.get(), nullptr);
+
+    binder_status_t firstStatus = STATUS_UNKNOWN_ERROR;
+    int32_t unused = 0;
+    std::thread first([&] { firstStatus = callInt(proxy.get(), kWaitGo, &unused); });
+    EXPECT_EQ(child.nextLine(), "waiting");
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool secondDone = false;
+    binder_status_t secondStatus = STATUS_UNKNOWN_ERROR;
+    int32_t waitingWhenServed = -1;
+    std::thread second([&] {
+        int32_t waiting = -1;
+        binder_status_t status = callInt(proxy.get(), kWaitingCount, &waiting);
+        std::lock_guard<std::mutex> lock(mutex);
+        secondStatus = status;
+        waitingWhenServed = waiting;
+        secondDone = true;
+        changed.notify_all();
+    });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        EXPECT_FALSE(changed.wait_for(lock, kWrongAnswerWindow, [&] { return secondDone; }))
+                << "the second call was served while the only thread was busy";
+    }
+    EXPECT_TRUE(child.sendLine("go"));
+    first.join();
+    second.join();
+    EXPECT_EQ(firstStatus, STATUS_OK);
+    EXPECT_EQ(secondStatus, STATUS_OK);
+    EXPECT_EQ(waitingWhenServed, 0);
+}
+
+// A process that never started a thread pool gets no call a peer makes on its
+// own and no death notification, though its proxy to a dead process turns
+// dead; both arrive once it starts its pool.
+TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
+    ChildServer holder(kInstance);
+    ChildServer dying(kDyingInstance);
+    ASSERT_TRUE(holder.ready());
+    ASSERT_TRUE(dying.ready());
+    ndk::SpAIBinder holderProxy = lookup(kInstance);
+    ndk::SpAIBinder dyingProxy = lookup(kDyingInstance);
+    ASSERT_NE(holderProxy.get(), nullptr);
+    ASSERT_NE(dyingProxy.get(), nullptr);
+    Deaths deaths;
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
+    ASSERT_EQ(AIBinder_linkToDeath(dyingProxy.get(), recipient.get(), &deaths), STATUS_OK);
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(holderProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    ASSERT_EQ(callEchoService(
+                      holderProxy.get(), kCallHeldLater,
+                      [](AParcel* in) { return ndk::AParcel_writeString(in, std::string("late")); },
+                      [](const AParcel*) { return STATUS_OK; }),
+              STATUS_OK);
+
+    dying.kill();
+    std::optional<std::string> text;
+    int32_t value = 0;
+    EXPECT_EQ(callEcho(dyingProxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
+    {
+        std::unique_lock<std::mutex> lock(deaths.mutex);
+        EXPECT_FALSE(deaths.changed.wait_for(lock, kWrongAnswerWindow,
+                                             [&] { return deaths.count > 0; }))
+                << "death notification delivered without a thread pool";
+    }
+    {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        EXPECT_EQ(observed.calls, 0) << "incoming call served without a thread pool";
+    }
+
+    ABinderProcess_startThreadPool();
+    {
+        std::unique_lock<std::mutex> lock(deaths.mutex);
+        EXPECT_TRUE(deaths.changed.wait_for(lock, kWaitLimit, [&] { return deaths.count == 1; }));
+    }
+    EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1 && observed.lastText == "late"; }));
+    EXPECT_EQ(holder.nextLine(), "called 0");
+    callback.set(nullptr);
+    holder.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+// A lookup of this process's own service is the local object, as on a
+// device; the host-only switch hands out a proxy served on the pool instead.
+TEST_F(DeviceBehaviourTest, OwnServiceIsTheLocalObjectUnlessProxiesAreAsked) {
+    Observed observed;
+    ndk::SpAIBinder service = newEcho(&observed);
+    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
+    ndk::SpAIBinder local(AServiceManager_checkService(kInstance));
+    EXPECT_EQ(local.get(), service.get());
+    EXPECT_FALSE(AIBinder_isRemote(local.get()));
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
+    EXPECT_EQ(AIBinder_linkToDeath(local.get(), recipient.get(), nullptr), STATUS_INVALID_OPERATION);
+
+    ABinderHost_setInProcessProxies(true);
+    ABinderProcess_startThreadPool();
+    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
+    ASSERT_NE(proxy.get(), nullptr);
+    EXPECT_TRUE(AIBinder_isRemote(proxy.get()));
+    std::optional<std::string> text;
+    int32_t value = 0;
+    ASSERT_EQ(callEcho(proxy.get(), std::string("own"), 1, &text, &value), STATUS_OK);
+    std::lock_guard<std::mutex> lock(observed.mutex);
+    EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+}
+
+// AIBinder_getCallingPid/Uid: this process's own outside any call; the
+// calling process inside a call, from the connection's credentials, never
+// from what a peer claims in its hello.
+TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
+    EXPECT_EQ(AIBinder_getCallingPid(), getpid());
+    EXPECT_EQ(AIBinder_getCallingUid(), getuid());
+    ABinderProcess_startThreadPool();
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy = lookup(kInstance);
+    ASSERT_NE(proxy.get(), nullptr);
+
+    int32_t pid = 0;
+    int32_t uid = -1;
+    auto readId = [&](const AParcel* out) {
+        binder_status_t status = AParcel_readInt32(out, &pid);
+        return status == STATUS_OK ? AParcel_readInt32(out, &uid) : status;
+    };
+    ASSERT_EQ(callEchoService(
+                      proxy.get(), kCallingId, [](AParcel*) { return STATUS_OK; }, readId),
+              STATUS_OK);
+    EXPECT_EQ(pid, getpid());
+    EXPECT_EQ(uid, static_cast<int32_t>(getuid()));
+
+    Observed observed;
+    ndk::SpAIBinder callback = newCallback(&observed);
+    int32_t result = 0;
+    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    ASSERT_EQ(callEchoService(
+                      proxy.get(), kCallHeldLater,
+                      [](AParcel* in) { return ndk::AParcel_writeString(in, std::string("id")); },
+                      [](const AParcel*) { return STATUS_OK; }),
+              STATUS_OK);
+    EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
+    {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        EXPECT_EQ(observed.callingPid, child.pid());
+        EXPECT_EQ(observed.callingUid, getuid());
+    }
+
+    // A raw peer in this process claims to be process 1: it is refused, or
+    // the service sees this process.
+    RawSocket liar(endpointPath(mDir.path(), registeredKey(mDir.path(), kInstance)));
+    ASSERT_TRUE(liar.connected());
+    liar.send(helloFrame(binder_host::kHelloData, 1, keyOf(1)));
+    uint64_t node = liar.serviceNode(kInstance);
+    uint32_t type = 0;
+    std::vector<uint8_t> reply;
+    if (node != 0 && liar.send(liar.transactFrame(node, kCallingId, kEchoDescriptor)) &&
+        liar.readFrame(&type, &reply)) {
+        // status, flags, data size, then the data: pid, uid.
+        ASSERT_GE(reply.size(), 16u);
+        int32_t seenPid = 0;
+        std::memcpy(&seenPid, reply.data() + 12, sizeof(seenPid));
+        EXPECT_EQ(seenPid, getpid());
+    }
+
+    callback.set(nullptr);
+    child.kill();
+    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+}
+
+// The limit is 1 MiB - 8 KiB per transaction, checked on the sender for
+// requests and replies alike; the service stays usable after a refusal.
+TEST_F(DeviceBehaviourTest, TransactionsOverTheSizeLimitFailAndTheServiceGoesOn) {
+    ChildServer child(kInstance);
+    ASSERT_TRUE(child.ready());
+    ndk::SpAIBinder proxy = lookup(kInstance);
+    ASSERT_NE(proxy.get(), nullptr);
+    constexpr size_t kLimit = (1u << 20) - (8u << 10);
+    const struct {
+        const char* name;
+        size_t request;
+        size_t reply;
+        binder_status_t expected;
+    } cases[] = {
+            {"half the limit each way", kLimit / 2, kLimit / 2, STATUS_OK},
+            {"request over the limit", kLimit * 3 / 2, 16, STATUS_FAILED_TRANSACTION},
+            {"reply over the limit", 16, kLimit * 3 / 2, STATUS_FAILED_TRANSACTION},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string received;
+        binder_status_t status = callEchoService(
+                proxy.get(), kSized,
+                [&](AParcel* in) {
+                    binder_status_t written =
+                            ndk::AParcel_writeString(in, std::string(c.request, 'r'));
+                    return written == STATUS_OK
+                                   ? AParcel_writeInt32(in, static_cast<int32_t>(c.reply))
+                                   : written;
+                },
+                [&](const AParcel* out) { return ndk::AParcel_readString(out, &received); });
+        EXPECT_EQ(status, c.expected);
+        if (c.expected == STATUS_OK) {
+            EXPECT_EQ(received.size(), c.reply);
+        }
+        std::optional<std::string> text;
+        int32_t value = 0;
+        ASSERT_EQ(callEcho(proxy.get(), std::string("after"), 3, &text, &value), STATUS_OK);
+        EXPECT_EQ(value, 6);
+    }
+}
+
+}  // namespace
+}  // namespace bindertest
