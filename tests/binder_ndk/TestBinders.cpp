@@ -124,8 +124,8 @@ binder_status_t echoTransact(AIBinder* binder, transaction_code_t code, const AP
             // Not nested: the call leaves from a thread of the service's own.
             std::thread([held, text] {
                 int32_t result = 0;
-                report("called " + std::to_string(callWithBinder(held.get(), kNotify, nullptr,
-                                                                 text, &result)));
+                report("called " +
+                       std::to_string(callWithBinder(held.get(), kNotify, nullptr, text, &result)));
             }).detach();
             return AParcel_writeInt32(out, 0);
         }
@@ -164,7 +164,12 @@ binder_status_t callbackTransact(AIBinder* binder, transaction_code_t code, cons
     if (status != STATUS_OK) return status;
     record(binder, text);
     auto* observed = static_cast<Observed*>(AIBinder_getUserData(binder));
-    if (observed->during) observed->during();
+    std::function<void()> during;
+    {
+        std::lock_guard<std::mutex> lock(observed->mutex);
+        during = observed->during;
+    }
+    if (during) during();
     return AParcel_writeInt32(out, getpid());
 }
 

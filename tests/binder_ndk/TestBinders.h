@@ -50,7 +50,8 @@ struct Observed {
     pid_t callingPid = 0;  // AIBinder_getCallingPid/Uid during the last call
     uid_t callingUid = 0;
     ndk::SpAIBinder held;
-    /** Run by a callback object during each call, outside the lock (e.g. a nested call). */
+    /** Run by a callback object during each call, outside the lock (e.g. a nested call); set under
+     * the lock. */
     std::function<void()> during;
 
     /** Waits until \p done holds (under the lock) or the limit passes. */

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -76,8 +77,8 @@ ChildServer::~ChildServer() {
 
 bool ChildServer::sendLine(const std::string& line) {
     std::string text = line + "\n";
-    return mInput >= 0 &&
-           send(mInput, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+    return mInput >= 0 && send(mInput, text.data(), text.size(), MSG_NOSIGNAL) ==
+                                  static_cast<ssize_t>(text.size());
 }
 
 std::string ChildServer::nextLine(std::chrono::milliseconds limit) {
@@ -91,8 +92,9 @@ std::string ChildServer::nextLine(std::chrono::milliseconds limit) {
         }
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
+        // Output already there is taken even when the limit has passed.
         pollfd entry{mOutput, POLLIN, 0};
-        if (left.count() <= 0 || poll(&entry, 1, static_cast<int>(left.count())) <= 0) {
+        if (poll(&entry, 1, static_cast<int>(std::max<int64_t>(left.count(), 0))) <= 0) {
             return "";
         }
         char buffer[256];

@@ -29,8 +29,7 @@ class ScopedRegistryDir {
  */
 class ChildServer {
   public:
-    explicit ChildServer(const std::string& instance,
-                         const std::vector<std::string>& options = {});
+    explicit ChildServer(const std::string& instance, const std::vector<std::string>& options = {});
     ~ChildServer();
     ChildServer(const ChildServer&) = delete;
     ChildServer& operator=(const ChildServer&) = delete;

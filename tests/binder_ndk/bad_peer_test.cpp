@@ -78,13 +78,72 @@ class BadPeerTest : public ::testing::Test {
     ndk::SpAIBinder mOwn;
 };
 
-// A peer sends its hello one byte every 1.5 s. Meanwhile another process
-// connects and calls, and a death notice arrives, long before that hello could
-// be complete; the receiver cuts the slow peer off after its 2 s deadline.
+// A connection that sends its hello one byte every 1.5 s, until the other end
+// closes it or 20 s pass.
+class SlowHello {
+  public:
+    explicit SlowHello(const std::string& path)
+        : mSocket(path),
+          mHello(helloFrame(kHelloData, getpid(), keyOf(getpid()))),
+          mThread([this] { dribble(); }) {
+        // The receiver has the first byte before anything else happens.
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait_for(lock, kWaitLimit, [&] { return mSent > 0 || mDone; });
+    }
+    ~SlowHello() { mThread.join(); }
+    SlowHello(const SlowHello&) = delete;
+    SlowHello& operator=(const SlowHello&) = delete;
+
+    bool cutOff() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mCutOff;
+    }
+    /** Waits until the receiver closed the connection; false after \p limit or once all was sent. */
+    bool waitCutOff(std::chrono::seconds limit) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, limit, [&] { return mDone; }) && mCutOff;
+    }
+    std::string progress() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return std::to_string(mSent) + " of " + std::to_string(mHello.size()) + " bytes sent";
+    }
+
+  private:
+    void dribble() {
+        auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        bool closed = !mSocket.connected();
+        for (size_t i = 0; i < mHello.size() && !closed; ++i) {
+            closed = !mSocket.send({mHello[i]});
+            {
+                std::lock_guard<std::mutex> lock(mMutex);
+                mSent += closed ? 0 : 1;
+                mChanged.notify_all();
+            }
+            closed = closed || mSocket.waitClosed(std::chrono::milliseconds(1500));
+            if (std::chrono::steady_clock::now() > giveUp) break;
+        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        mCutOff = closed;
+        mDone = true;
+        mChanged.notify_all();
+    }
+
+    RawSocket mSocket;
+    const std::vector<uint8_t> mHello;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    size_t mSent = 0;
+    bool mCutOff = false;
+    bool mDone = false;
+    std::thread mThread;  // last: starts once the rest is ready
+};
+
+// While a peer dribbles its hello, another process connects and calls, and a
+// death notice arrives: each before that slow peer is cut off, which its 2 s
+// deadline does long before its hello could be complete.
 TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
     ABinderProcess_startThreadPool();
-    std::string key = ownKey();
-    ASSERT_FALSE(key.empty());
+    std::string path = endpointPath(mDir.path(), ownKey());
     ChildServer caller(kInstance);
     ChildServer dying(kOtherInstance);
     ASSERT_TRUE(caller.ready());
@@ -96,53 +155,27 @@ TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
     Deaths deaths;
     ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
     ASSERT_EQ(AIBinder_linkToDeath(dyingProxy.get(), recipient.get(), &deaths), STATUS_OK);
-
-    RawSocket slow(endpointPath(mDir.path(), key));
-    ASSERT_TRUE(slow.connected());
-    const std::vector<uint8_t> hello = helloFrame(kHelloData, getpid(), keyOf(getpid()));
-    std::mutex mutex;
-    std::condition_variable changed;
-    size_t sent = 0;
-    bool cutOff = false;
-    std::thread dribbler([&] {
-        auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (uint8_t byte : hello) {
-            bool closed = !slow.send({byte}) || slow.waitClosed(std::chrono::milliseconds(1500));
-            std::lock_guard<std::mutex> lock(mutex);
-            ++sent;
-            cutOff = closed;
-            changed.notify_all();
-            if (closed || std::chrono::steady_clock::now() > giveUp) break;
-        }
-    });
-    auto isCutOff = [&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return cutOff;
-    };
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait_for(lock, kWaitLimit, [&] { return sent > 0; });
-    }
-
-    // New connections from the caller: it takes a callback and calls it from a thread of its own.
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
+
+    // The caller knows nothing of this process yet: taking the callback and
+    // calling it from a thread of its own opens its connections to us.
+    SlowHello first(path);
     int32_t result = 0;
     EXPECT_EQ(callWithBinder(callerProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
     EXPECT_EQ(callHeldLater(callerProxy.get(), "meanwhile"), STATUS_OK);
     EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
-    EXPECT_FALSE(isCutOff()) << "the call was served only after the slow peer was cut off";
+    EXPECT_FALSE(first.cutOff()) << "the call was served only once the slow peer was cut off";
+
+    SlowHello second(path);
     dying.kill();
     EXPECT_TRUE(deaths.waitFor(1, kWaitLimit));
-    EXPECT_FALSE(isCutOff()) << "the death notice came only after the slow peer was cut off";
+    EXPECT_FALSE(second.cutOff()) << "the death notice came only once the slow peer was cut off";
 
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return cutOff; }))
-                << "the slow peer was not cut off (" << sent << " of " << hello.size()
-                << " bytes sent)";
+    for (SlowHello* slow : {&first, &second}) {
+        EXPECT_TRUE(slow->waitCutOff(std::chrono::seconds(20)))
+                << "the slow peer was not cut off (" << slow->progress() << ")";
     }
-    dribbler.join();
     EXPECT_EQ(caller.nextLine(), "called 0");
     callback.set(nullptr);
     caller.kill();
@@ -195,8 +228,10 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
         ASSERT_GT(liar, 0);
         ASSERT_EQ(waitPeer(liar), 0);
 
-        EXPECT_FALSE(deaths.waitFor(1, kWrongAnswerWindow)) << "the client took the service for dead";
-        EXPECT_EQ(service.nextLine(kWrongAnswerWindow), "")
+        EXPECT_FALSE(deaths.waitFor(1, kWrongAnswerWindow))
+                << "the client took the service for dead";
+        // Within the same window, the service would have reported the callback dead.
+        EXPECT_EQ(service.nextLine(std::chrono::milliseconds(0)), "")
                 << "the service took the client for dead";
         EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
         EXPECT_TRUE(echoes(proxy.get()));
@@ -285,7 +320,8 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
         socket.send(huge);  // may fail part way: the receiver closes as soon as it sees the header
         EXPECT_TRUE(socket.waitClosed(kWaitLimit)) << "not closed, or answered";
         long after = peakMemoryKiB(child.pid());
-        EXPECT_LT(after - before, kMaxGrowthKiB) << "peak memory " << before << " -> " << after << " KiB";
+        EXPECT_LT(after - before, kMaxGrowthKiB)
+                << "peak memory " << before << " -> " << after << " KiB";
         EXPECT_TRUE(echoes(proxy.get()));
     }
 }

@@ -71,7 +71,16 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
         Observed& observed = states[row];
         binder_status_t nestedStatus = STATUS_UNKNOWN_ERROR;
         int32_t nestedThread = 0;
-        observed.during = [&] { nestedStatus = callInt(proxy.get(), kThreadId, &nestedThread); };
+        {
+            std::lock_guard<std::mutex> lock(observed.mutex);
+            observed.during = [&] {
+                int32_t thread = 0;
+                binder_status_t status = callInt(proxy.get(), kThreadId, &thread);
+                std::lock_guard<std::mutex> lock(observed.mutex);
+                nestedStatus = status;
+                nestedThread = thread;
+            };
+        }
         ndk::SpAIBinder callback = newCallback(&observed);
 
         int32_t result = 0;
@@ -87,9 +96,9 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
             // Served on this thread, the nested call still comes from the service.
             EXPECT_EQ(observed.callingPid, child.pid());
             EXPECT_EQ(observed.callingUid, getuid());
+            EXPECT_EQ(nestedStatus, STATUS_OK);
+            EXPECT_EQ(nestedThread, childThread);
         }
-        EXPECT_EQ(nestedStatus, STATUS_OK);
-        EXPECT_EQ(nestedThread, childThread);
         EXPECT_EQ(AIBinder_getCallingPid(), getpid());
     }
     // The service's references to the callbacks go; they are released before their state is.
@@ -170,9 +179,9 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     EXPECT_EQ(callEcho(dyingProxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
     {
         std::unique_lock<std::mutex> lock(deaths.mutex);
-        EXPECT_FALSE(deaths.changed.wait_for(lock, kWrongAnswerWindow,
-                                             [&] { return deaths.count > 0; }))
-                << "death notification delivered without a thread pool";
+        EXPECT_FALSE(deaths.changed.wait_for(lock, kWrongAnswerWindow, [&] {
+            return deaths.count > 0;
+        })) << "death notification delivered without a thread pool";
     }
     {
         std::lock_guard<std::mutex> lock(observed.mutex);
@@ -184,7 +193,8 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
         std::unique_lock<std::mutex> lock(deaths.mutex);
         EXPECT_TRUE(deaths.changed.wait_for(lock, kWaitLimit, [&] { return deaths.count == 1; }));
     }
-    EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1 && observed.lastText == "late"; }));
+    EXPECT_TRUE(
+            observed.waitFor([&] { return observed.calls == 1 && observed.lastText == "late"; }));
     EXPECT_EQ(holder.nextLine(), "called 0");
     callback.set(nullptr);
     holder.kill();
