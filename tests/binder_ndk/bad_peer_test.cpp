@@ -249,6 +249,13 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
 // again and again, and short-lived callers that only ever send a request.
 TEST_F(BadPeerTest, DeadPeersAreForgotten) {
     ABinderProcess_startThreadPool();
+    auto allForgotten = [] {
+        auto deadline = std::chrono::steady_clock::now() + kWaitLimit;
+        while (ABinderHost_getPeerCount() != 0 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return ABinderHost_getPeerCount() == 0;
+    };
     constexpr int kRestarts = 20;
     for (int i = 0; i < kRestarts; ++i) {
         SCOPED_TRACE("restart " + std::to_string(i));
@@ -260,42 +267,41 @@ TEST_F(BadPeerTest, DeadPeersAreForgotten) {
         // This child and at most its predecessor, not yet found dead.
         EXPECT_LE(ABinderHost_getPeerCount(), 2u);
     }
+    EXPECT_TRUE(allForgotten()) << ABinderHost_getPeerCount() << " restarted services kept";
 
     std::string path = endpointPath(mDir.path(), ownKey());
     constexpr int kCallers = 10;
     for (int i = 0; i < kCallers; ++i) {
         pid_t caller = forkPeer([&] {
             RawSocket socket(path);
-            return socket.connected() &&
-                                   socket.send(helloFrame(kHelloData, getpid(), keyOf(getpid()))) &&
-                                   socket.serviceNode(kOwnInstance) != 0
-                           ? 0
-                           : 1;
+            bool served = socket.connected() &&
+                          socket.send(helloFrame(kHelloData, getpid(), keyOf(getpid()))) &&
+                          socket.serviceNode(kOwnInstance) != 0;
+            return served ? 0 : 1;
         });
         ASSERT_GT(caller, 0);
         ASSERT_EQ(waitPeer(caller), 0);
     }
-
-    auto deadline = std::chrono::steady_clock::now() + kWaitLimit;
-    while (ABinderHost_getPeerCount() != 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(ABinderHost_getPeerCount(), 0u);
+    EXPECT_TRUE(allForgotten()) << ABinderHost_getPeerCount()
+                                << " callers kept that only sent a request, then exited";
 }
 
-// A frame that announces 2 MiB, then brings them, instead of a hello or
-// after one: the connection is closed without an answer, the receiver's peak
+// A frame that announces 2 MiB, then brings them, as the hello or after
+// one: the connection is closed without an answer, the receiver's peak
 // memory does not grow by what was announced, and it serves on.
 TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
     constexpr uint32_t kAnnounced = 2u << 20;
     constexpr long kMaxGrowthKiB = 1536;  // the 1 MiB limit and some slack, not the 2 MiB announced
-    const std::vector<uint8_t> huge = [] {
-        std::vector<uint8_t> frame = Payload().frame(kTransact, kAnnounced);
-        frame.resize(frame.size() + kAnnounced);
-        return frame;
-    }();
-    for (bool afterHello : {false, true}) {
-        SCOPED_TRACE(afterHello ? "after a hello" : "instead of a hello");
+    const struct {
+        const char* name;
+        bool afterHello;
+        uint32_t type;
+    } cases[] = {
+            {"as the hello", false, kHelloData},
+            {"after a hello", true, kTransact},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         ChildServer child(kInstance);
         ASSERT_TRUE(child.ready());
         ndk::SpAIBinder proxy = lookup(kInstance);
@@ -314,9 +320,11 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
 
         RawSocket socket(path);
         ASSERT_TRUE(socket.connected());
-        if (afterHello) {
+        if (c.afterHello) {
             ASSERT_TRUE(socket.send(hello));
         }
+        std::vector<uint8_t> huge = Payload().frame(c.type, kAnnounced);
+        huge.resize(huge.size() + kAnnounced);
         socket.send(huge);  // may fail part way: the receiver closes as soon as it sees the header
         EXPECT_TRUE(socket.waitClosed(kWaitLimit)) << "not closed, or answered";
         long after = peakMemoryKiB(child.pid());
