@@ -123,7 +123,7 @@ class SlowHello {
             if (std::chrono::steady_clock::now() > giveUp) break;
         }
         std::lock_guard<std::mutex> lock(mMutex);
-        mCutOff = closed;
+        mCutOff = closed && mSent > 0;  // not when it could not even connect
         mDone = true;
         mChanged.notify_all();
     }

@@ -59,11 +59,11 @@ class DeviceBehaviourTest : public ::testing::Test {
 // thread pool, and a call the callback makes back into the service reaches
 // the service's thread that waits in turn.
 TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
+    Observed states[2];  // outlive the child, which holds the callbacks
     ChildServer child(kInstance);
     ASSERT_TRUE(child.ready());
     ndk::SpAIBinder proxy = lookup(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
-    Observed states[2];
     for (int row = 0; row < 2; ++row) {
         bool pool = row == 1;
         SCOPED_TRACE(pool ? "with a thread pool" : "without a thread pool");
