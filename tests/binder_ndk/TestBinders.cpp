@@ -1,5 +1,6 @@
 #include "TestBinders.h"
 
+#include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <unistd.h>
 
@@ -263,6 +264,37 @@ binder_status_t callEchoService(AIBinder* binder, transaction_code_t code,
     ndk::ScopedAParcel reply;
     binder_status_t status = call(binder, code, write, &reply);
     return status == STATUS_OK ? read(reply.get()) : status;
+}
+
+void Deaths::onDied(void* cookie) {
+    auto* deaths = static_cast<Deaths*>(cookie);
+    std::lock_guard<std::mutex> lock(deaths->mutex);
+    ++deaths->count;
+    deaths->changed.notify_all();
+}
+
+bool Deaths::waitFor(int total, std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, limit, [&] { return count >= total; });
+}
+
+ndk::SpAIBinder getEcho(const char* instance) {
+    ndk::SpAIBinder binder(AServiceManager_getService(instance));
+    if (binder.get() != nullptr) AIBinder_associateClass(binder.get(), echoClass());
+    return binder;
+}
+
+bool echoes(AIBinder* binder) {
+    std::optional<std::string> text;
+    int32_t value = 0;
+    return callEcho(binder, std::string("fine"), 2, &text, &value) == STATUS_OK && text == "fine" &&
+           value == 4;
+}
+
+binder_status_t callHeldLater(AIBinder* service, const std::string& text) {
+    return callEchoService(
+            service, kCallHeldLater, [&](AParcel* in) { return ndk::AParcel_writeString(in, text); },
+            [](const AParcel*) { return STATUS_OK; });
 }
 
 int32_t threadHash() {

@@ -61,6 +61,17 @@ struct Observed {
     }
 };
 
+/** Death notifications received by a recipient whose cookie is this object. */
+struct Deaths {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+
+    static void onDied(void* cookie);
+    /** Waits until \p total arrived or \p limit passes. */
+    bool waitFor(int total, std::chrono::milliseconds limit = kWaitLimit);
+};
+
 AIBinder_Class* echoClass();
 AIBinder_Class* callbackClass();
 
@@ -96,6 +107,15 @@ binder_status_t callWithBinder(AIBinder* binder, transaction_code_t code, AIBind
 binder_status_t callEchoService(AIBinder* binder, transaction_code_t code,
                                 const std::function<binder_status_t(AParcel*)>& write,
                                 const std::function<binder_status_t(const AParcel*)>& read);
+
+/** The echo service registered as \p instance (waiting for it as getService does), or null. */
+ndk::SpAIBinder getEcho(const char* instance);
+
+/** True when kEcho on \p binder answers as it should. */
+bool echoes(AIBinder* binder);
+
+/** kCallHeldLater: the service calls the callback it holds with \p text, from a thread of its own. */
+binder_status_t callHeldLater(AIBinder* service, const std::string& text);
 
 /** A hash of the calling thread's id, as kThreadId and kCallBack answer it. */
 int32_t threadHash();

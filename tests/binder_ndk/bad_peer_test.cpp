@@ -31,41 +31,8 @@ constexpr const char* kOwnInstance = "binder.test.IEcho/own";
 // Time given to a runtime that wrongly acts on a bad peer at once to do so.
 constexpr auto kWrongAnswerWindow = std::chrono::milliseconds(500);
 
-struct Deaths {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-
-    static void onDied(void* cookie) {
-        auto* deaths = static_cast<Deaths*>(cookie);
-        std::lock_guard<std::mutex> lock(deaths->mutex);
-        ++deaths->count;
-        deaths->changed.notify_all();
-    }
-    bool waitFor(int total, std::chrono::milliseconds limit) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, limit, [&] { return count >= total; });
-    }
-};
-
 class BadPeerTest : public ::testing::Test {
   protected:
-    static ndk::SpAIBinder lookup(const char* instance) {
-        ndk::SpAIBinder binder(AServiceManager_getService(instance));
-        if (binder.get() != nullptr) AIBinder_associateClass(binder.get(), echoClass());
-        return binder;
-    }
-    static bool echoes(AIBinder* binder) {
-        std::optional<std::string> text;
-        int32_t value = 0;
-        return callEcho(binder, std::string("fine"), 2, &text, &value) == STATUS_OK && value == 4;
-    }
-    static binder_status_t callHeldLater(AIBinder* service, const std::string& text) {
-        return callEchoService(
-                service, kCallHeldLater,
-                [&](AParcel* in) { return ndk::AParcel_writeString(in, text); },
-                [](const AParcel*) { return STATUS_OK; });
-    }
     /** Registers a service of this process; the endpoint key of this process. */
     std::string ownKey() {
         mOwn = newEcho(&mOwnState);
@@ -148,8 +115,8 @@ TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
     ChildServer dying(kOtherInstance);
     ASSERT_TRUE(caller.ready());
     ASSERT_TRUE(dying.ready());
-    ndk::SpAIBinder callerProxy = lookup(kInstance);
-    ndk::SpAIBinder dyingProxy = lookup(kOtherInstance);
+    ndk::SpAIBinder callerProxy = getEcho(kInstance);
+    ndk::SpAIBinder dyingProxy = getEcho(kOtherInstance);
     ASSERT_NE(callerProxy.get(), nullptr);
     ASSERT_NE(dyingProxy.get(), nullptr);
     Deaths deaths;
@@ -169,7 +136,7 @@ TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
 
     SlowHello second(path);
     dying.kill();
-    EXPECT_TRUE(deaths.waitFor(1, kWaitLimit));
+    EXPECT_TRUE(deaths.waitFor(1));
     EXPECT_FALSE(second.cutOff()) << "the death notice came only once the slow peer was cut off";
 
     for (SlowHello* slow : {&first, &second}) {
@@ -193,7 +160,7 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
     ChildServer service(kInstance);
     ASSERT_TRUE(service.ready());
     std::string serviceKey = registeredKey(mDir.path(), kInstance);
-    ndk::SpAIBinder proxy = lookup(kInstance);
+    ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
     Deaths deaths;
     ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
@@ -261,7 +228,7 @@ TEST_F(BadPeerTest, DeadPeersAreForgotten) {
         SCOPED_TRACE("restart " + std::to_string(i));
         ChildServer child(kInstance);
         ASSERT_TRUE(child.ready());
-        ndk::SpAIBinder proxy = lookup(kInstance);
+        ndk::SpAIBinder proxy = getEcho(kInstance);
         ASSERT_NE(proxy.get(), nullptr);
         EXPECT_TRUE(echoes(proxy.get()));
         // This child and at most its predecessor, not yet found dead.
@@ -304,7 +271,7 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
         SCOPED_TRACE(c.name);
         ChildServer child(kInstance);
         ASSERT_TRUE(child.ready());
-        ndk::SpAIBinder proxy = lookup(kInstance);
+        ndk::SpAIBinder proxy = getEcho(kInstance);
         ASSERT_NE(proxy.get(), nullptr);
         std::string path = endpointPath(mDir.path(), registeredKey(mDir.path(), kInstance));
         const std::vector<uint8_t> hello = helloFrame(kHelloData, getpid(), keyOf(getpid()));

@@ -29,28 +29,8 @@ constexpr const char* kDyingInstance = "binder.test.IEcho/dying";
 // Time given to a runtime that wrongly serves or delivers something at once to do so.
 constexpr auto kWrongAnswerWindow = std::chrono::seconds(1);
 
-// Death notifications received, with their cookie as the counter.
-struct Deaths {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-
-    static void onDied(void* cookie) {
-        auto* deaths = static_cast<Deaths*>(cookie);
-        std::lock_guard<std::mutex> lock(deaths->mutex);
-        ++deaths->count;
-        deaths->changed.notify_all();
-    }
-};
-
 class DeviceBehaviourTest : public ::testing::Test {
   protected:
-    static ndk::SpAIBinder lookup(const char* instance) {
-        ndk::SpAIBinder binder(AServiceManager_getService(instance));
-        if (binder.get() != nullptr) AIBinder_associateClass(binder.get(), echoClass());
-        return binder;
-    }
-
     ScopedRegistryDir mDir;
 };
 
@@ -62,7 +42,7 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
     Observed states[2];  // outlive the child, which holds the callbacks
     ChildServer child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = lookup(kInstance);
+    ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
     for (int row = 0; row < 2; ++row) {
         bool pool = row == 1;
@@ -113,7 +93,7 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
 TEST_F(DeviceBehaviourTest, ServiceWithOneThreadMakesTheSecondCallerWait) {
     ChildServer child(kInstance, {"--one-thread"});
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = lookup(kInstance);
+    ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
 
     binder_status_t firstStatus = STATUS_UNKNOWN_ERROR;
@@ -156,8 +136,8 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     ChildServer dying(kDyingInstance);
     ASSERT_TRUE(holder.ready());
     ASSERT_TRUE(dying.ready());
-    ndk::SpAIBinder holderProxy = lookup(kInstance);
-    ndk::SpAIBinder dyingProxy = lookup(kDyingInstance);
+    ndk::SpAIBinder holderProxy = getEcho(kInstance);
+    ndk::SpAIBinder dyingProxy = getEcho(kDyingInstance);
     ASSERT_NE(holderProxy.get(), nullptr);
     ASSERT_NE(dyingProxy.get(), nullptr);
     Deaths deaths;
@@ -167,32 +147,21 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
     ASSERT_EQ(callWithBinder(holderProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    ASSERT_EQ(callEchoService(
-                      holderProxy.get(), kCallHeldLater,
-                      [](AParcel* in) { return ndk::AParcel_writeString(in, std::string("late")); },
-                      [](const AParcel*) { return STATUS_OK; }),
-              STATUS_OK);
+    ASSERT_EQ(callHeldLater(holderProxy.get(), "late"), STATUS_OK);
 
     dying.kill();
     std::optional<std::string> text;
     int32_t value = 0;
     EXPECT_EQ(callEcho(dyingProxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
-    {
-        std::unique_lock<std::mutex> lock(deaths.mutex);
-        EXPECT_FALSE(deaths.changed.wait_for(lock, kWrongAnswerWindow, [&] {
-            return deaths.count > 0;
-        })) << "death notification delivered without a thread pool";
-    }
+    EXPECT_FALSE(deaths.waitFor(1, kWrongAnswerWindow))
+            << "death notification delivered without a thread pool";
     {
         std::lock_guard<std::mutex> lock(observed.mutex);
         EXPECT_EQ(observed.calls, 0) << "incoming call served without a thread pool";
     }
 
     ABinderProcess_startThreadPool();
-    {
-        std::unique_lock<std::mutex> lock(deaths.mutex);
-        EXPECT_TRUE(deaths.changed.wait_for(lock, kWaitLimit, [&] { return deaths.count == 1; }));
-    }
+    EXPECT_TRUE(deaths.waitFor(1));
     EXPECT_TRUE(
             observed.waitFor([&] { return observed.calls == 1 && observed.lastText == "late"; }));
     EXPECT_EQ(holder.nextLine(), "called 0");
@@ -234,7 +203,7 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
     ABinderProcess_startThreadPool();
     ChildServer child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = lookup(kInstance);
+    ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
 
     int32_t pid = 0;
@@ -253,11 +222,7 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
     ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    ASSERT_EQ(callEchoService(
-                      proxy.get(), kCallHeldLater,
-                      [](AParcel* in) { return ndk::AParcel_writeString(in, std::string("id")); },
-                      [](const AParcel*) { return STATUS_OK; }),
-              STATUS_OK);
+    ASSERT_EQ(callHeldLater(proxy.get(), "id"), STATUS_OK);
     EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
     {
         std::lock_guard<std::mutex> lock(observed.mutex);
@@ -292,7 +257,7 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
 TEST_F(DeviceBehaviourTest, TransactionsOverTheSizeLimitFailAndTheServiceGoesOn) {
     ChildServer child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = lookup(kInstance);
+    ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
     constexpr size_t kLimit = (1u << 20) - (8u << 10);
     const struct {
