@@ -1,11 +1,10 @@
 // Where a device's binder driver sets the rules, the host runtime follows
 // them: nested calls run on the waiting thread, only pool threads serve
-// incoming work, a process's own service is its local object, the calling
-// identity names the caller, and transactions have a size limit.
+// incoming work, the calling identity names the caller, and transactions
+// have a size limit. (A lookup of a process's own service: transport_test.)
 //
 // ctest runs every case in a process of its own: a case may rely on this
 // process never having started its thread pool until the case starts it.
-#include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
@@ -168,30 +167,6 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     callback.set(nullptr);
     holder.kill();
     EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
-}
-
-// A lookup of this process's own service is the local object, as on a
-// device; the host-only switch hands out a proxy served on the pool instead.
-TEST_F(DeviceBehaviourTest, OwnServiceIsTheLocalObjectUnlessProxiesAreAsked) {
-    Observed observed;
-    ndk::SpAIBinder service = newEcho(&observed);
-    ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
-    ndk::SpAIBinder local(AServiceManager_checkService(kInstance));
-    EXPECT_EQ(local.get(), service.get());
-    EXPECT_FALSE(AIBinder_isRemote(local.get()));
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
-    EXPECT_EQ(AIBinder_linkToDeath(local.get(), recipient.get(), nullptr), STATUS_INVALID_OPERATION);
-
-    ABinderHost_setInProcessProxies(true);
-    ABinderProcess_startThreadPool();
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    EXPECT_TRUE(AIBinder_isRemote(proxy.get()));
-    std::optional<std::string> text;
-    int32_t value = 0;
-    ASSERT_EQ(callEcho(proxy.get(), std::string("own"), 1, &text, &value), STATUS_OK);
-    std::lock_guard<std::mutex> lock(observed.mutex);
-    EXPECT_NE(observed.lastThread, std::this_thread::get_id());
 }
 
 // AIBinder_getCallingPid/Uid: this process's own outside any call; the
