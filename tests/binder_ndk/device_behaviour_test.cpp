@@ -1,7 +1,8 @@
 // Where a device's binder driver sets the rules, the host runtime follows
 // them: nested calls run on the waiting thread, only pool threads serve
 // incoming work, the calling identity names the caller, and transactions
-// have a size limit. (A lookup of a process's own service: transport_test.)
+// have a size limit. Lookups of a process's own service are with the
+// transport cases.
 //
 // ctest runs every case in a process of its own: a case may rely on this
 // process never having started its thread pool until the case starts it.
