@@ -3,6 +3,7 @@
 // Unix-socket request/reply of the same sizes between the same two
 // processes. BM_BinderVersusRaw alternates the two and reports the ratio.
 #include <android/binder_auto_utils.h>
+#include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_parcel_utils.h>
 #include <android/binder_process.h>
@@ -170,7 +171,13 @@ int main(int argc, char** argv) {
     ndk::SpAIBinder localService(AIBinder_new(benchClass(), nullptr));
     AServiceManager_addService(localService.get(), kLocalInstance);
     ABinderProcess_startThreadPool();
+    // A lookup of a service of this process would return the local object
+    // (a plain function call); the same-process case measures a proxy whose
+    // calls go through the runtime and are served on this process's pool.
+    ABinderHost_setInProcessProxies(true);
     gSetup.local.set(AServiceManager_checkService(kLocalInstance));
+    ABinderHost_setInProcessProxies(false);
+    if (!AIBinder_isRemote(gSetup.local.get())) return 1;
     if (!AIBinder_associateClass(gSetup.remote.get(), benchClass()) ||
         !AIBinder_associateClass(gSetup.local.get(), benchClass())) {
         return 1;
