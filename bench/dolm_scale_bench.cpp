@@ -60,6 +60,7 @@ struct Pipes {
         // Concurrent warm-up calls leave one pooled connection per thread.
         std::atomic<bool> ok{true};
         std::vector<std::thread> warmers;
+        warmers.reserve(kThreadsPerClient);
         for (int t = 0; t < kThreadsPerClient; ++t) {
             warmers.emplace_back([&] {
                 for (int i = 0; i < kWarmupPairs; ++i) {
@@ -74,6 +75,7 @@ struct Pipes {
             std::atomic<bool> failed{false};
             const Clock::time_point deadline = Clock::now() + duration;
             std::vector<std::thread> callers;
+            callers.reserve(kThreadsPerClient);
             for (int t = 0; t < kThreadsPerClient; ++t) {
                 callers.emplace_back([&] {
                     int64_t mine = 0;
