@@ -45,7 +45,7 @@ bool AParcel::reserve(size_t needed) {
     return true;
 }
 
-uint8_t* AParcel::writeSpace(size_t size) {
+uint8_t* AParcel::growForWrite(size_t size) {
     if (size > kMaxSize || mPos > kMaxSize || padded(size) > kMaxSize - mPos) {
         return nullptr;
     }

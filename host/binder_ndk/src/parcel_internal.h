@@ -49,7 +49,20 @@ struct AParcel {
      * zeroed), advances the position past them and returns where the bytes
      * go; null (nothing changed) beyond kMaxSize or without memory.
      */
-    uint8_t* writeSpace(size_t size);
+    uint8_t* writeSpace(size_t size) {
+        size_t paddedSize = padded(size);
+        if (mPos > mSize || size > kMaxSize || mCapacity - mPos < paddedSize) {
+            return growForWrite(size);
+        }
+        uint8_t* space = mData + mPos;
+        if (paddedSize != size) {
+            // The last word is zeroed first; the caller's bytes then cover its start.
+            std::memset(space + paddedSize - 4, 0, 4);
+        }
+        mPos += paddedSize;
+        mSize = mPos > mSize ? mPos : mSize;
+        return space;
+    }
     /** Writes \p size bytes at the position, padded with zeros to a multiple of 4. */
     binder_status_t writeBytes(const void* data, size_t size) {
         uint8_t* space = writeSpace(size);
@@ -145,6 +158,8 @@ struct AParcel {
   private:
     static constexpr size_t kInlineCapacity = 256;
 
+    /** writeSpace() when the buffer must grow or the position is past the end. */
+    uint8_t* growForWrite(size_t size);
     /** Grows the buffer to hold at least \p needed bytes (at most kMaxSize); false without memory. */
     bool reserve(size_t needed);
     void adoptIncoming();
