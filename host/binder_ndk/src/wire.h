@@ -16,7 +16,7 @@
 namespace binder_host {
 
 enum MessageType : uint32_t {
-    kHelloData = 1,  // int32 pid, string endpoint key
+    kHelloData = 1,  // int32 pid, string endpoint key "ep-<pid>-<hex>"
     kHelloControl,   // int32 pid, string endpoint key
     kHelloProbe,     // liveness probe, closed at once
     kTransact,       // uint64 node, uint32 code, parcel
@@ -29,8 +29,15 @@ enum MessageType : uint32_t {
     kDead,        // uint64 node
 };
 
-constexpr size_t kHeaderSize = 8;          // uint32 payload size, uint32 type
-constexpr uint32_t kMaxFrame = 64u << 20;  // larger frames are a protocol error
-constexpr uint32_t kReplyNodeGone = 1;     // reply flag: the object no longer exists
+constexpr size_t kHeaderSize = 8;  // uint32 payload size, uint32 type
+// A transaction's parcel (data and object table, as sent) may take what a
+// device's binder buffer holds: 1 MiB less two pages. Larger ones fail on
+// the sender with STATUS_FAILED_TRANSACTION.
+constexpr size_t kMaxTransaction = (1u << 20) - 8192;
+// A frame that announces a larger payload is a protocol error: its
+// connection is closed before anything is allocated for it.
+constexpr uint32_t kMaxFrame = 1u << 20;
+constexpr uint32_t kMaxHelloFrame = 128;  // a hello is a pid and a key
+constexpr uint32_t kReplyNodeGone = 1;    // reply flag: the object no longer exists
 
 }  // namespace binder_host
