@@ -76,13 +76,6 @@ bool AParcel::setData(const uint8_t* data, size_t size) {
     return true;
 }
 
-void AParcel::adoptIncoming() {
-    mPending = false;
-    // Received data is bounded by the transport's frame limit (kMaxSize).
-    setData(mIncoming.data(), mIncoming.size());
-    mIncoming.clear();
-}
-
 namespace {
 
 // Reads an array length: -1 (null) or a length whose elements, at least

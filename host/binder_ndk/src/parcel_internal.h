@@ -135,22 +135,8 @@ struct AParcel {
     /** Replaces the data with a copy of \p size bytes (position 0); false without memory. */
     bool setData(const uint8_t* data, size_t size);
 
-    /**
-     * Received data, as the transport's reader fills it; it becomes the
-     * parcel's data (replacing what was there) when the transport next asks
-     * for the object table, as it does right after reading the data.
-     */
-    std::vector<uint8_t>& mutableData() {
-        mPending = true;
-        return mIncoming;
-    }
     const std::vector<binder_host::BinderRef>& objects() const { return mObjects; }
-    std::vector<binder_host::BinderRef>& mutableObjects() {
-        if (mPending) {
-            adoptIncoming();
-        }
-        return mObjects;
-    }
+    std::vector<binder_host::BinderRef>& mutableObjects() { return mObjects; }
     AIBinder* target() const { return mTarget.get(); }
 
     static constexpr size_t padded(size_t size) { return (size + 3) & ~static_cast<size_t>(3); }
@@ -162,7 +148,6 @@ struct AParcel {
     uint8_t* growForWrite(size_t size);
     /** Grows the buffer to hold at least \p needed bytes (at most kMaxSize); false without memory. */
     bool reserve(size_t needed);
-    void adoptIncoming();
 
     uint8_t* mData = mInline;  // mInline or a heap block of mCapacity bytes
     size_t mSize = 0;
@@ -170,7 +155,5 @@ struct AParcel {
     mutable size_t mPos = 0;
     std::vector<binder_host::BinderRef> mObjects;
     binder_host::BinderRef mTarget;  // the binder a request was prepared for
-    bool mPending = false;
-    std::vector<uint8_t> mIncoming;
     uint8_t mInline[kInlineCapacity];
 };

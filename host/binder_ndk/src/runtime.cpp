@@ -199,8 +199,9 @@ size_t Runtime::flattenedSize(const AParcel& parcel) const {
 }
 
 void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, Writer& out) {
-    out.u32(static_cast<uint32_t>(parcel.data().size()));
-    out.bytes(parcel.data().data(), parcel.data().size());
+    ByteView data = parcel.data();
+    out.u32(static_cast<uint32_t>(data.size()));
+    out.bytes(data.data(), data.size());
     out.u32(static_cast<uint32_t>(parcel.objects().size()));
     for (const BinderRef& object : parcel.objects()) {
         if (!object) {
@@ -227,7 +228,9 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
 bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>& sender,
                         bool forceProxies) {
     std::vector<WireObject> objects;
-    if (!readParcel(in, &parcel->mutableData(), &objects)) return false;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+    if (!readParcel(in, &data, &size, &objects) || !parcel->setData(data, size)) return false;
     auto& resolved = parcel->mutableObjects();
     resolved.reserve(objects.size());
     for (WireObject& object : objects) {
