@@ -85,6 +85,7 @@ void ThreadPool::serve(Served* served) {
         return;
     }
     served->mInEpoll = true;
+    served->mHandedOver.store(true, std::memory_order_release);
     epoll_event event{};
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.ptr = served;
@@ -92,6 +93,7 @@ void ThreadPool::serve(Served* served) {
 }
 
 void ThreadPool::runServed(Served* served) {
+    served->mHandedOver.load(std::memory_order_acquire);
     if (!served->serveReady()) {
         if (served->mInEpoll) epoll_ctl(mEpollFd, EPOLL_CTL_DEL, served->fd(), nullptr);
         delete served;
@@ -101,6 +103,7 @@ void ThreadPool::runServed(Served* served) {
     // thread may own it at once: nothing of it is touched afterwards.
     int operation = served->mInEpoll ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
     served->mInEpoll = true;
+    served->mHandedOver.store(true, std::memory_order_release);
     epoll_event event{};
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.ptr = served;

@@ -7,6 +7,7 @@
 // request costs no hand-off between threads.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -33,6 +34,9 @@ class Served {
   private:
     friend class ThreadPool;
     bool mInEpoll = false;
+    // Handed from thread to thread through the epoll set, which orders the
+    // hand-offs; the flag makes that order visible to the memory model too.
+    std::atomic<bool> mHandedOver{false};
 };
 
 class ThreadPool {
