@@ -100,15 +100,21 @@ class Runtime::Incoming : public Served {
 
     int fd() const override { return mConn->fd(); }
     bool hasBuffered() const override { return mConn->buffered() > 0; }
-    bool serveReady() override {
-        do {
+    bool serveAvailable() override {
+        bool drained = false;
+        for (;;) {
             Frame frame;
-            if (!mConn->readFrame(&frame) ||
-                !mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
-                return false;
+            int result;
+            while ((result = mConn->takeFrame(&frame)) > 0) {
+                if (!mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
+                    return false;
+                }
             }
-        } while (mConn->buffered() > 0);
-        return true;
+            if (result < 0) return false;
+            // The rest of a request announces itself with a new readiness event.
+            if (drained) return true;
+            if (!mConn->receiveNow(&drained)) return false;
+        }
     }
 
   private:
@@ -163,7 +169,7 @@ bool Runtime::init() {
 // ---- endpoint events ---------------------------------------------------------------
 
 void Runtime::onDataConnection(std::unique_ptr<Connection> conn, std::shared_ptr<Peer> peer) {
-    ThreadPool::get().serve(new Incoming(this, std::move(conn), std::move(peer)));
+    ThreadPool::get().serve(std::make_unique<Incoming>(this, std::move(conn), std::move(peer)));
 }
 
 void Runtime::onControlFrame(const std::shared_ptr<Peer>& peer, const Frame& frame) {
