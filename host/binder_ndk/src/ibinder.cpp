@@ -6,12 +6,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <mutex>
 #include <vector>
 
 #include "ibinder_internal.h"
-#include "parcel_internal.h"
 
 namespace binder_host {
 namespace {
@@ -29,34 +27,10 @@ std::mutex& classesMutex() {
     return *mutex;
 }
 
-// The interface token: the descriptor, written as a parcel string.
-binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descriptor) {
-    return AParcel_writeString(parcel, descriptor.c_str(), static_cast<int32_t>(descriptor.size()));
-}
-
 }  // namespace
 
 void setObjectHooks(const ObjectHooks* hooks) {
     gHooks.store(hooks, std::memory_order_release);
-}
-
-binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
-    // The token is compared where it lies in the parcel: no copy per call.
-    const AIBinder_Class* clazz = binder->getClass();
-    const std::string& descriptor = clazz->mDescriptor;
-    in->setPosition(0);
-    int32_t length = -1;
-    if (in->read(&length) != STATUS_OK || length < 0 ||
-        static_cast<size_t>(length) != descriptor.size()) {
-        return STATUS_BAD_TYPE;
-    }
-    const uint8_t* token = in->peek(descriptor.size() + 1);
-    if (token == nullptr || token[length] != 0 ||
-        std::memcmp(token, descriptor.data(), descriptor.size()) != 0) {
-        return STATUS_BAD_TYPE;
-    }
-    in->skip(descriptor.size() + 1);
-    return clazz->mOnTransact(binder, code, in, out);
 }
 
 // ---- references ----------------------------------------------------------------
@@ -321,24 +295,6 @@ const AIBinder_Class* AIBinder_getClass(AIBinder* binder) {
 void* AIBinder_getUserData(AIBinder* binder) {
     ABBinder* local = binder != nullptr ? binder->asLocal() : nullptr;
     return local != nullptr ? local->userData() : nullptr;
-}
-
-binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
-    if (binder == nullptr || in == nullptr) {
-        return STATUS_UNEXPECTED_NULL;
-    }
-    const AIBinder_Class* clazz = binder->getClass();
-    if (clazz == nullptr) {
-        return STATUS_INVALID_OPERATION;
-    }
-    auto* parcel = new AParcel(binder);
-    binder_status_t status = binder_host::writeInterfaceToken(parcel, clazz->mDescriptor);
-    if (status != STATUS_OK) {
-        delete parcel;
-        return status;
-    }
-    *in = parcel;
-    return STATUS_OK;
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {

@@ -90,6 +90,35 @@ void proxyGone(ABpBinder* proxy, int32_t grants) {
 
 constexpr ObjectHooks kObjectHooks{localGone, proxyGone};
 
+// The interface token: the descriptor, written as a parcel string.
+binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descriptor) {
+    return AParcel_writeString(parcel, descriptor.c_str(), static_cast<int32_t>(descriptor.size()));
+}
+
+/**
+ * Serves a transaction on a local object: checks the interface token at
+ * the start of \p in and runs the class's onTransact with \p in positioned
+ * after it.
+ */
+binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
+    // The token is compared where it lies in the parcel: no copy per call.
+    const AIBinder_Class* clazz = binder->getClass();
+    const std::string& descriptor = clazz->mDescriptor;
+    in->setPosition(0);
+    int32_t length = -1;
+    if (in->read(&length) != STATUS_OK || length < 0 ||
+        static_cast<size_t>(length) != descriptor.size()) {
+        return STATUS_BAD_TYPE;
+    }
+    const uint8_t* token = in->peek(descriptor.size() + 1);
+    if (token == nullptr || token[length] != 0 ||
+        std::memcmp(token, descriptor.data(), descriptor.size()) != 0) {
+        return STATUS_BAD_TYPE;
+    }
+    in->skip(descriptor.size() + 1);
+    return clazz->mOnTransact(binder, code, in, out);
+}
+
 }  // namespace
 
 /** A data connection from a peer, served by the thread pool. */
@@ -575,4 +604,22 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     }
     return runtime->transact(binder->asProxy(), code, *request, out,
                              flags & ~static_cast<binder_flags_t>(FLAG_PRIVATE_VENDOR));
+}
+
+binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
+    if (binder == nullptr || in == nullptr) {
+        return STATUS_UNEXPECTED_NULL;
+    }
+    const AIBinder_Class* clazz = binder->getClass();
+    if (clazz == nullptr) {
+        return STATUS_INVALID_OPERATION;
+    }
+    auto* parcel = new AParcel(binder);
+    binder_status_t status = binder_host::writeInterfaceToken(parcel, clazz->mDescriptor);
+    if (status != STATUS_OK) {
+        delete parcel;
+        return status;
+    }
+    *in = parcel;
+    return STATUS_OK;
 }
