@@ -138,6 +138,33 @@ TEST_F(HalclientNoServiceTest, InitAndPropertyGetWithoutServiceFailQuietly) {
                                   error("Dolm HAL Service not found"), info("dolmPropertyGet  ")}));
 }
 
+// A service of the caller's own process: the lookup gives the local object,
+// to which no death recipient can be linked, so the connection fails on every
+// call, each call tries again, and nothing ever reaches the service.
+TEST_F(HalclientNoServiceTest, LocalServiceFailsTheLinkOnEveryCall) {
+    auto service = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
+    ASSERT_NE(service, nullptr);
+    const LogLine unlinked = error("Unable to link to g_dolm_hal death notifications!");
+    for (const EntryPoint& entryPoint : allEntryPoints()) {
+        SCOPED_TRACE(entryPoint.name);
+        mLog.clear();
+        EXPECT_EQ(entryPoint.call(), -1);
+        EXPECT_EQ(errorsOf(mLog.lines()), std::vector<LogLine>{unlinked});
+    }
+    mLog.clear();
+    dolm_init();
+    char* value = dolmPropertyGet("key");
+    ASSERT_NE(value, nullptr);
+    EXPECT_STREQ(value, "");
+    delete[] value;
+    EXPECT_EQ(mLog.lines(),
+              (std::vector<LogLine>{info("dolm client dolm_init"), unlinked,
+                                    info("dolm client dolmPropertyGet"), unlinked,
+                                    info("dolmPropertyGet  ")}));
+    EXPECT_TRUE(service->calls().empty());
+    EXPECT_EQ(requestCallbackCount(), 0u);
+}
+
 using ConnectionTest = HalclientTest;
 
 TEST_F(ConnectionTest, InitCallsTheServiceAndResetsOnFailure) {
