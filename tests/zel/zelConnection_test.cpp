@@ -86,7 +86,8 @@ TEST_P(ZelUnreachableTest, EveryFunctionFailsWithTheConnectLines) {
 INSTANTIATE_TEST_SUITE_P(
         Causes, ZelUnreachableTest,
         ::testing::Values(Unreachable{"NoService", false, notFoundLines()},
-                          Unreachable{"LocalService", true,
+                          Unreachable{"LocalService",
+                                      true,
                                       {zelError("Unable to link to g_zel_hal death notifications!"),
                                        zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
         [](const auto& info) { return std::string(info.param.name); });

@@ -4,10 +4,9 @@
  * It is a real BnDolm served through the host binder runtime: the library
  * under test looks it up with AServiceManager_checkService and, by default,
  * talks to it through a proxy, so every call is marshalled and served on a
- * binder thread as it would be across processes. The fake records every call with its arguments, answers
- * each operation with a scripted result and status, can call back the
- * IDolmCallback objects it has received, and can die and be started again
- * under the same name.
+ * binder thread as it would be across processes. The fake records every call with its arguments,
+ * answers each operation with a scripted result and status, can call back the IDolmCallback objects
+ * it has received, and can die and be started again under the same name.
  */
 #pragma once
 
