@@ -217,6 +217,10 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     EXPECT_EQ(log.count(cbInfo("DolmCallback::onCallback call IClientCallback onCallback "
                                "is_register 1")),
               1u);
+
+    // The pool receives the death notice too; none may still run at exit.
+    service.kill();
+    EXPECT_TRUE(waitForLine(log, error("Dolm HAL Service died")));
 }
 
 }  // namespace
