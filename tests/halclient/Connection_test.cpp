@@ -381,6 +381,7 @@ TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
         });
     }
     std::vector<std::thread::id> callers;
+    callers.reserve(kThreads);
     for (std::thread& thread : threads) callers.push_back(thread.get_id());
     for (std::thread& thread : threads) thread.join();
     for (size_t n = 0; n < callbacks.size(); ++n) {
