@@ -1,6 +1,6 @@
-// Calls across endpoints: proxies in the same process and in a child
-// process, callbacks, objects in parcels, remote references, death,
-// restart, concurrency and malformed input on the wire.
+// Calls across endpoints: lookups in the same process, proxies to this
+// process and to a child process, callbacks, objects in parcels, remote
+// references, death, restart and concurrency.
 #include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
@@ -48,17 +48,39 @@ void DeathLog::onDied(void* cookie) {
     gDeaths.changed.notify_all();
 }
 
+// Most cases host a service of their own too and reach it through a proxy,
+// served on this process's pool like a service of another process.
 class TransportTest : public ::testing::Test {
   protected:
-    void SetUp() override { ABinderHost_setInProcessProxies(true); }
+    void SetUp() override {
+        ABinderHost_setInProcessProxies(true);
+        ABinderProcess_startThreadPool();
+    }
     ScopedRegistryDir mDir;
 };
 
-TEST_F(TransportTest, SameProcessLookupGivesProxyServedOnBinderThread) {
+TEST_F(TransportTest, SameProcessLookupIsLocalUnlessInProcessProxiesAreOn) {
     Observed observed;
     ndk::SpAIBinder service = newEcho(&observed);
     ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
 
+    // As on a device: the object itself, called on the calling thread, no death link.
+    ABinderHost_setInProcessProxies(false);
+    ndk::SpAIBinder local(AServiceManager_checkService(kInstance));
+    EXPECT_EQ(local.get(), service.get());
+    EXPECT_FALSE(AIBinder_isRemote(local.get()));
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(DeathLog::onDied));
+    EXPECT_EQ(AIBinder_linkToDeath(local.get(), recipient.get(), &gCookieA),
+              STATUS_INVALID_OPERATION);
+    std::optional<std::string> text;
+    int32_t value = 0;
+    ASSERT_EQ(callEcho(local.get(), std::string("direct"), 1, &text, &value), STATUS_OK);
+    {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        EXPECT_EQ(observed.lastThread, std::this_thread::get_id());
+    }
+
+    ABinderHost_setInProcessProxies(true);
     ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
     ASSERT_NE(proxy.get(), nullptr);
     EXPECT_TRUE(AIBinder_isRemote(proxy.get()));
@@ -67,13 +89,11 @@ TEST_F(TransportTest, SameProcessLookupGivesProxyServedOnBinderThread) {
     EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
     EXPECT_EQ(AIBinder_ping(proxy.get()), STATUS_OK);
 
-    std::optional<std::string> text;
-    int32_t value = 0;
     ASSERT_EQ(callEcho(proxy.get(), std::string("hello"), 21, &text, &value), STATUS_OK);
     EXPECT_EQ(text, "hello");
     EXPECT_EQ(value, 42);
     std::lock_guard<std::mutex> lock(observed.mutex);
-    EXPECT_EQ(observed.calls, 1);
+    EXPECT_EQ(observed.calls, 2);
     EXPECT_NE(observed.lastThread, std::this_thread::get_id());
 }
 
@@ -170,10 +190,11 @@ TEST_F(TransportTest, AssociateClassOnProxyComparesRemoteDescriptor) {
     EXPECT_EQ(AIBinder_getClass(proxy.get()), echoClass());
 }
 
-TEST_F(TransportTest, CallbackObjectIsCalledBackOnBinderThreadOfCaller) {
+// The child calls back while it handles the call: the calling thread, which
+// waits for the answer, runs the callback, as the driver does on a device.
+TEST_F(TransportTest, CallbackDuringCallRunsOnCallingThread) {
     ChildServer child(kInstance);
     ASSERT_TRUE(child.ready());
-    ABinderProcess_startThreadPool();
     ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
     ASSERT_NE(proxy.get(), nullptr);
     Observed observed;
@@ -186,7 +207,7 @@ TEST_F(TransportTest, CallbackObjectIsCalledBackOnBinderThreadOfCaller) {
         std::lock_guard<std::mutex> lock(observed.mutex);
         EXPECT_EQ(observed.calls, 1);
         EXPECT_EQ(observed.lastText, "ping");
-        EXPECT_NE(observed.lastThread, std::this_thread::get_id());
+        EXPECT_EQ(observed.lastThread, std::this_thread::get_id());
     }
     // The child's release of the callback arrives on a binder thread, maybe
     // after this body: the object must be gone before `observed` is.

@@ -2,7 +2,9 @@
 // alone, with an error status, and the process goes on serving.
 #include "wire.h"
 
+#include <android/binder_host.h>
 #include <android/binder_manager.h>
+#include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -69,6 +71,9 @@ std::vector<uint8_t> requestData(const std::string& token, const std::vector<int
 class WireTest : public ::testing::Test {
   protected:
     void SetUp() override {
+        // Served on this process's pool, reached through a proxy as from elsewhere.
+        ABinderHost_setInProcessProxies(true);
+        ABinderProcess_startThreadPool();
         mService = newEcho(&mObserved);
         ASSERT_EQ(AServiceManager_addService(mService.get(), kInstance), STATUS_OK);
         std::ifstream entry(mDir.path() + "/svc.binder.test.IEcho%2Fwire");
@@ -77,7 +82,8 @@ class WireTest : public ::testing::Test {
         mEndpoint = mDir.path() + "/" + key;
         mFd = connectRaw();
         ASSERT_GE(mFd, 0);
-        send(Frame(kHelloData).u32(static_cast<uint32_t>(getpid())).str("ep-raw-1").bytes());
+        std::string rawKey = "ep-" + std::to_string(getpid()) + "-raw";
+        send(Frame(kHelloData).u32(static_cast<uint32_t>(getpid())).str(rawKey).bytes());
     }
     void TearDown() override {
         if (mFd >= 0) close(mFd);

@@ -5,15 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <vector>
 
 #include "ibinder_internal.h"
 #include "parcel_internal.h"
-#include "transport.h"
 
 namespace binder_host {
 namespace {
+
+std::atomic<const ObjectHooks*> gHooks{nullptr};
 
 // Classes live for the rest of the process; the list keeps them reachable.
 std::vector<AIBinder_Class*>& classes() {
@@ -42,6 +44,10 @@ bool readDescriptor(void* data, int32_t length, char** buffer) {
 }
 
 }  // namespace
+
+void setObjectHooks(const ObjectHooks* hooks) {
+    gHooks.store(hooks, std::memory_order_release);
+}
 
 binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
     in->setPosition(0);
@@ -95,8 +101,8 @@ binder_host::ABpBinder* AIBinder::asProxy() {
 namespace binder_host {
 
 void ABBinder::onLastStrongRef() {
-    if (Runtime* runtime = Runtime::getIfCreated()) {
-        runtime->onLocalGone(this);
+    if (const ObjectHooks* hooks = gHooks.load(std::memory_order_acquire)) {
+        hooks->onLocalGone(this);
     }
     const AIBinder_Class* clazz = getClass();
     if (clazz->mOnDestroy != nullptr) {
@@ -153,8 +159,8 @@ std::vector<DeathLink> ABpBinder::markDead() {
 }
 
 void ABpBinder::onLastStrongRef() {
-    if (Runtime* runtime = Runtime::getIfCreated()) {
-        runtime->onProxyGone(this, mGranted.load(std::memory_order_relaxed));
+    if (const ObjectHooks* hooks = gHooks.load(std::memory_order_acquire)) {
+        hooks->onProxyGone(this, mGranted.load(std::memory_order_relaxed));
     }
 }
 
@@ -194,7 +200,6 @@ bool DeathRecipientState::isDeleted() {
 
 using binder_host::ABBinder;
 using binder_host::ABpBinder;
-using binder_host::Runtime;
 
 // ---- C API -------------------------------------------------------------------------
 
@@ -249,18 +254,6 @@ bool AIBinder_isAlive(const AIBinder* binder) {
     return proxy == nullptr || !proxy->isDead();
 }
 
-binder_status_t AIBinder_ping(AIBinder* binder) {
-    if (binder == nullptr) {
-        return STATUS_UNEXPECTED_NULL;
-    }
-    ABpBinder* proxy = binder->asProxy();
-    if (proxy == nullptr) {
-        return STATUS_OK;
-    }
-    Runtime* runtime = Runtime::get();
-    return runtime != nullptr ? runtime->ping(proxy) : STATUS_DEAD_OBJECT;
-}
-
 binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint32_t numArgs) {
     if (binder == nullptr) {
         return STATUS_UNEXPECTED_NULL;
@@ -300,15 +293,6 @@ binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient
     return onProxyLinks(binder, recipient, [cookie](ABpBinder* proxy, const auto& state) {
         return proxy->unlinkToDeath(state, cookie);
     });
-}
-
-uid_t AIBinder_getCallingUid() {
-    return getuid();
-}
-
-pid_t AIBinder_getCallingPid() {
-    pid_t pid = Runtime::callingPid();
-    return pid != 0 ? pid : getpid();
 }
 
 void AIBinder_incStrong(AIBinder* binder) {
@@ -359,55 +343,6 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
     }
     *in = parcel;
     return STATUS_OK;
-}
-
-binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in,
-                                  AParcel** out, binder_flags_t flags) {
-    // The request is always consumed, whatever the outcome.
-    std::unique_ptr<AParcel> request(in != nullptr ? *in : nullptr);
-    if (in != nullptr) {
-        *in = nullptr;
-    }
-    if (out != nullptr) {
-        *out = nullptr;
-    }
-    if (binder == nullptr || in == nullptr || out == nullptr || request == nullptr) {
-        return STATUS_UNEXPECTED_NULL;
-    }
-    if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) {
-        return STATUS_UNKNOWN_TRANSACTION;
-    }
-    constexpr binder_flags_t kKnownFlags = FLAG_ONEWAY | FLAG_PRIVATE_VENDOR;
-    if ((flags & ~kKnownFlags) != 0) {
-        return STATUS_BAD_VALUE;
-    }
-    if (request->target() != binder) {
-        return STATUS_BAD_VALUE;
-    }
-    if (ABBinder* local = binder->asLocal()) {
-        // A local object is called directly on this thread, as on a device.
-        auto reply = std::make_unique<AParcel>();
-        binder_status_t status = binder_host::dispatchLocal(local, code, request.get(), reply.get());
-        if (status == STATUS_OK) {
-            reply->setPosition(0);
-            *out = reply.release();
-        }
-        return status;
-    }
-    // A call from vendor code needs an object that is stable for the vendor
-    // partition; the flag itself stays in this process.
-    if ((flags & FLAG_PRIVATE_VENDOR) != 0) {
-        constexpr int32_t kRequired = binder_host::kStabilityVendor;
-        if ((binder->stability() & kRequired) != kRequired) {
-            return STATUS_BAD_TYPE;
-        }
-    }
-    Runtime* runtime = Runtime::get();
-    if (runtime == nullptr) {
-        return STATUS_DEAD_OBJECT;
-    }
-    return runtime->transact(binder->asProxy(), code, *request, out,
-                             flags & ~static_cast<binder_flags_t>(FLAG_PRIVATE_VENDOR));
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {

@@ -232,4 +232,15 @@ namespace binder_host {
  */
 binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out);
 
+/**
+ * What the runtime does when an object loses its last strong reference: it
+ * forgets the object's node, or tells the owner that this process dropped
+ * the proxy. Set when the runtime is created; nothing to do before.
+ */
+struct ObjectHooks {
+    void (*onLocalGone)(ABBinder* binder);
+    void (*onProxyGone)(ABpBinder* proxy, int32_t grants);
+};
+void setObjectHooks(const ObjectHooks* hooks);
+
 }  // namespace binder_host

@@ -1,7 +1,9 @@
-// The binder thread pool (ABinderProcess_*). See binder_process.h for how
-// incoming work is served with and without a started pool.
+// The binder thread pool (ABinderProcess_*). See process_internal.h.
 #include <android/binder_process.h>
 #include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <memory>
 #include <thread>
@@ -12,9 +14,7 @@
 namespace binder_host {
 namespace {
 
-thread_local bool tBinderThread = false;
-
-// Never destroyed: binder threads keep using the pool while the process exits.
+// Never destroyed: pool threads keep using the pool while the process exits.
 ThreadPool*& poolSlot() {
     static ThreadPool* pool = new ThreadPool;
     return pool;
@@ -50,6 +50,15 @@ bool startDetachedThread(std::function<void()> body) {
     return true;
 }
 
+ThreadPool::ThreadPool() {
+    mEpollFd = epoll_create1(EPOLL_CLOEXEC);
+    mJobsFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = nullptr;  // the job counter
+    epoll_ctl(mEpollFd, EPOLL_CTL_ADD, mJobsFd, &event);
+}
+
 ThreadPool& ThreadPool::get() {
     return *poolSlot();
 }
@@ -59,62 +68,127 @@ void ThreadPool::resetAfterFork() {
     poolSlot() = new ThreadPool;
 }
 
-bool ThreadPool::onBinderThread() {
-    return tBinderThread;
-}
-
 void ThreadPool::submit(std::function<void()> job) {
-    bool spawn = false;
     {
         std::lock_guard<std::mutex> lock(mMutex);
         mJobs.push_back(std::move(job));
-        spawn = mIdle < mJobs.size();
     }
-    // When no thread can be started the job waits for the next idle one.
-    if (spawn) {
-        startDetachedThread([this] { work(false); });
-    } else {
-        mJobReady.notify_one();
+    uint64_t one = 1;
+    ssize_t written = write(mJobsFd, &one, sizeof(one));
+    (void)written;
+}
+
+void ThreadPool::serve(Served* served) {
+    if (served->hasBuffered()) {
+        // A request came with the hello: no readiness event will announce it.
+        submit([this, served] { runServed(served); });
+        return;
+    }
+    served->mInEpoll = true;
+    served->mHandedOver.store(true, std::memory_order_release);
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLONESHOT;
+    event.data.ptr = served;
+    epoll_ctl(mEpollFd, EPOLL_CTL_ADD, served->fd(), &event);
+}
+
+void ThreadPool::runServed(Served* served) {
+    served->mHandedOver.load(std::memory_order_acquire);
+    if (!served->serveReady()) {
+        if (served->mInEpoll) epoll_ctl(mEpollFd, EPOLL_CTL_DEL, served->fd(), nullptr);
+        delete served;
+        return;
+    }
+    // Armed again for the next request, for one thread. Once armed, another
+    // thread may own it at once: nothing of it is touched afterwards.
+    int operation = served->mInEpoll ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+    served->mInEpoll = true;
+    served->mHandedOver.store(true, std::memory_order_release);
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLONESHOT;
+    event.data.ptr = served;
+    epoll_ctl(mEpollFd, operation, served->fd(), &event);
+}
+
+void ThreadPool::runJob() {
+    std::function<void()> job;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        job = std::move(mJobs.front());
+        mJobs.pop_front();
+    }
+    job();
+}
+
+void ThreadPool::beginWork() {
+    bool spawn = false;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mBusy;
+        // The last free thread took work: the pool grows, as the driver asks a process to.
+        spawn = mStarted && mBusy == mThreads && mSpawned < mMaxThreads;
+        if (spawn) {
+            ++mSpawned;
+            ++mThreads;
+        }
+    }
+    if (spawn && !startDetachedThread([this] { work(); })) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        --mSpawned;
+        --mThreads;
     }
 }
 
-void ThreadPool::work(bool joined) {
-    tBinderThread = true;
-    std::unique_lock<std::mutex> lock(mMutex);
+void ThreadPool::endWork() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    --mBusy;
+}
+
+void ThreadPool::work() {
     for (;;) {
-        while (mJobs.empty()) {
-            // Idle threads beyond the pool size leave; joined threads stay.
-            if (!joined && mIdle >= mMaxThreads) {
-                return;
-            }
-            ++mIdle;
-            mJobReady.wait(lock);
-            --mIdle;
+        epoll_event event{};
+        if (epoll_wait(mEpollFd, &event, 1, -1) != 1) continue;
+        uint64_t token = 0;
+        if (event.data.ptr == nullptr && read(mJobsFd, &token, sizeof(token)) != sizeof(token)) {
+            continue;  // another thread took the job
         }
-        std::function<void()> job = std::move(mJobs.front());
-        mJobs.pop_front();
-        lock.unlock();
-        job();
-        job = nullptr;  // release what the job captured before going idle
-        lock.lock();
+        beginWork();
+        if (event.data.ptr == nullptr) {
+            runJob();
+        } else {
+            runServed(static_cast<Served*>(event.data.ptr));
+        }
+        endWork();
     }
 }
 
 void ThreadPool::start() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mStarted = true;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mStarted) return;
+        mStarted = true;
+        ++mThreads;
+    }
+    if (!startDetachedThread([this] { work(); })) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        --mThreads;
+    }
 }
 
 bool ThreadPool::setMaxThreadCount(uint32_t count) {
+    // Later calls only bound threads still to come; running ones stay.
     std::lock_guard<std::mutex> lock(mMutex);
     mMaxThreads = count;
-    return !mStarted;
+    return true;
 }
 
 void ThreadPool::join() {
-    start();
-    work(true);
-    // work(true) never returns; keep the compiler's [[noreturn]] promise.
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mThreads;
+    }
+    work();
+    // work() never returns; keep the compiler's [[noreturn]] promise.
     for (;;) {
         std::this_thread::yield();
     }
