@@ -15,7 +15,6 @@
 namespace zeltest {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 class ZelNoServiceTest : public ::testing::Test {
@@ -212,6 +211,7 @@ TEST_F(ZelConnectionTest, RacingFirstCallsAllReachTheService) {
     bool started = false;
     std::vector<int32_t> results(kThreads, 0);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
             {
