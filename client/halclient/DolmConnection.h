@@ -6,7 +6,9 @@
  * shared from the check of the holder to the return of the binder call, so the
  * proxy cannot be dropped under a call in flight; connecting, dropping after a
  * failure and the death callback take it exclusive. The lock is never
- * upgraded and is not re-entrant.
+ * upgraded and is not re-entrant: a delivery that the service makes to the
+ * calling thread from inside a call is relayed only after the lock has been
+ * released (CallbackDelivery.h), so no caller callback runs under it.
  */
 #pragma once
 

@@ -6,7 +6,9 @@
  * Lock discipline: g_zel_hal_lock is held shared to read g_zel_hal and for the
  * whole of a binder call made through it, and exclusive only to replace or
  * reset the holder. It is never upgraded: a reset after a failed call takes
- * the exclusive lock after the shared one has been released.
+ * the exclusive lock after the shared one has been released. No caller
+ * callback runs under it, not even one delivered to the calling thread from
+ * inside a call (see callService()).
  */
 #pragma once
 
