@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <vector>
 
@@ -33,16 +34,6 @@ binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descript
     return AParcel_writeString(parcel, descriptor.c_str(), static_cast<int32_t>(descriptor.size()));
 }
 
-bool readDescriptor(void* data, int32_t length, char** buffer) {
-    auto* text = static_cast<std::string*>(data);
-    if (length <= 0) {
-        return false;
-    }
-    text->resize(static_cast<size_t>(length));
-    *buffer = &(*text)[0];
-    return true;
-}
-
 }  // namespace
 
 void setObjectHooks(const ObjectHooks* hooks) {
@@ -50,16 +41,21 @@ void setObjectHooks(const ObjectHooks* hooks) {
 }
 
 binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
-    in->setPosition(0);
-    std::string token;
-    if (AParcel_readString(in, &token, readDescriptor) != STATUS_OK) {
-        return STATUS_BAD_TYPE;
-    }
-    token.resize(token.size() - 1);  // the allocator counted the NUL
+    // The token is compared where it lies in the parcel: no copy per call.
     const AIBinder_Class* clazz = binder->getClass();
-    if (token != clazz->mDescriptor) {
+    const std::string& descriptor = clazz->mDescriptor;
+    in->setPosition(0);
+    int32_t length = -1;
+    if (in->read(&length) != STATUS_OK || length < 0 ||
+        static_cast<size_t>(length) != descriptor.size()) {
         return STATUS_BAD_TYPE;
     }
+    const uint8_t* token = in->peek(descriptor.size() + 1);
+    if (token == nullptr || token[length] != 0 ||
+        std::memcmp(token, descriptor.data(), descriptor.size()) != 0) {
+        return STATUS_BAD_TYPE;
+    }
+    in->skip(descriptor.size() + 1);
     return clazz->mOnTransact(binder, code, in, out);
 }
 

@@ -100,15 +100,21 @@ class Runtime::Incoming : public Served {
 
     int fd() const override { return mConn->fd(); }
     bool hasBuffered() const override { return mConn->buffered() > 0; }
-    bool serveReady() override {
-        do {
+    bool serveAvailable() override {
+        bool drained = false;
+        for (;;) {
             Frame frame;
-            if (!mConn->readFrame(&frame) ||
-                !mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
-                return false;
+            int result;
+            while ((result = mConn->takeFrame(&frame)) > 0) {
+                if (!mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
+                    return false;
+                }
             }
-        } while (mConn->buffered() > 0);
-        return true;
+            if (result < 0) return false;
+            // The rest of a request announces itself with a new readiness event.
+            if (drained) return true;
+            if (!mConn->receiveNow(&drained)) return false;
+        }
     }
 
   private:
@@ -163,7 +169,7 @@ bool Runtime::init() {
 // ---- endpoint events ---------------------------------------------------------------
 
 void Runtime::onDataConnection(std::unique_ptr<Connection> conn, std::shared_ptr<Peer> peer) {
-    ThreadPool::get().serve(new Incoming(this, std::move(conn), std::move(peer)));
+    ThreadPool::get().serve(std::make_unique<Incoming>(this, std::move(conn), std::move(peer)));
 }
 
 void Runtime::onControlFrame(const std::shared_ptr<Peer>& peer, const Frame& frame) {
@@ -199,8 +205,9 @@ size_t Runtime::flattenedSize(const AParcel& parcel) const {
 }
 
 void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, Writer& out) {
-    out.u32(static_cast<uint32_t>(parcel.data().size()));
-    out.bytes(parcel.data().data(), parcel.data().size());
+    ByteView data = parcel.data();
+    out.u32(static_cast<uint32_t>(data.size()));
+    out.bytes(data.data(), data.size());
     out.u32(static_cast<uint32_t>(parcel.objects().size()));
     for (const BinderRef& object : parcel.objects()) {
         if (!object) {
@@ -227,7 +234,9 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
 bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>& sender,
                         bool forceProxies) {
     std::vector<WireObject> objects;
-    if (!readParcel(in, &parcel->mutableData(), &objects)) return false;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+    if (!readParcel(in, &data, &size, &objects) || !parcel->setData(data, size)) return false;
     auto& resolved = parcel->mutableObjects();
     resolved.reserve(objects.size());
     for (WireObject& object : objects) {
