@@ -6,12 +6,14 @@
 # `make test-aarch64` cross-built for AArch64 and run under qemu-user.
 # `make soak` runs the soak alone with SOAK_RESTARTS service restarts;
 # `make fuzz` runs every fuzz target for FUZZ_SECONDS each.
+# `make bench` runs every benchmark; `make callgrind-pair` prints the client's
+# instructions per request+release pair on the IDolm proxy (under callgrind).
 # Each installs the Debian packages it needs first.
 PRESET ?= default
 SOAK_RESTARTS ?= 1000
 FUZZ_SECONDS ?= 600
 
-.PHONY: all deps build test test-asan test-tsan test-device test-aarch64 soak fuzz bench demo format clean
+.PHONY: all deps build test test-asan test-tsan test-device test-aarch64 soak fuzz bench callgrind-pair demo format clean
 
 all: build
 
@@ -49,6 +51,9 @@ fuzz: deps
 
 bench: build
 	@for b in $$(find build/$(PRESET)/bench -name '*_bench' -type f | sort); do echo "== $$b"; $$b; done
+
+callgrind-pair: deps
+	@PRESET=$(PRESET) scripts/callgrind-pair.sh
 
 # A scripted zelctl session against a private simulator (see scripts/demo.sh).
 demo:

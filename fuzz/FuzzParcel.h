@@ -10,7 +10,7 @@
 namespace zelfuzz {
 
 inline void fillParcel(AParcel& parcel, const uint8_t* data, size_t size, size_t nullObjects) {
-    parcel.mutableData().assign(data, data + size);
+    parcel.setData(data, size);
     parcel.mutableObjects().resize(nullObjects);
     parcel.setPosition(0);
 }

@@ -2,7 +2,8 @@
 # Installs the Debian packages the builds need. Safe to run again: it only
 # calls apt when a package is missing, and says nothing when all is there.
 #
-# Host builds: g++, GoogleTest, Benchmark, liblog, libcutils, aidl.
+# Host builds: g++, GoogleTest, Benchmark, liblog, libcutils, aidl; valgrind
+#   (callgrind and its client-request header for the pair-cost measurement).
 # Device preset: clang, lld, libc++ and libc++abi (GoogleTest is built from the
 #   sources of Debian's googletest package against libc++).
 # AArch64 cross build: the cross toolchain, qemu-user, and the arm64 packages of
@@ -13,7 +14,7 @@ packages=(
     g++ make cmake ninja-build binutils python3
     libgtest-dev libgmock-dev libbenchmark-dev googletest
     android-liblog-dev android-libcutils-dev
-    aidl
+    aidl valgrind
     clang-14 libclang-rt-14-dev
     libcli11-dev nlohmann-json3-dev
     clang lld libc++-14-dev libc++abi-14-dev

@@ -6,7 +6,9 @@
  * shared from the check of the holder to the return of the binder call, so the
  * proxy cannot be dropped under a call in flight; connecting, dropping after a
  * failure and the death callback take it exclusive. The lock is never
- * upgraded and is not re-entrant.
+ * upgraded and is not re-entrant: a delivery that the service makes to the
+ * calling thread from inside a call is relayed only after the lock has been
+ * released (CallbackDelivery.h), so no caller callback runs under it.
  */
 #pragma once
 
@@ -18,6 +20,8 @@
 #include <optional>
 #include <shared_mutex>
 #include <utility>
+
+#include "CallbackDelivery.h"
 
 /** The service proxy; empty while not connected. Guarded by g_dolm_hal_lock. */
 extern std::shared_ptr<::aidl::vendor::tarvo::hardware::dolm::IDolm> g_dolm_hal;
@@ -60,14 +64,20 @@ enum class CallOutcome {
  * when connected, runs `call(IDolm&)` under it. `call` builds the arguments,
  * makes the one binder call and returns its status, or std::nullopt to send
  * nothing (after logging why). The shared lock is released as soon as `call`
- * returns; then `afterCall(bool ok)` runs (without the connection lock), and
- * after it a null or non-OK status drops the connection under `failureLabel`.
+ * returns, and deliveries that the service made to this thread from inside
+ * the call are relayed (see CallbackDelivery.h), unless an enclosing scope
+ * holds them longer; then `afterCall(bool ok)` runs (without the connection
+ * lock), and after it a null or non-OK status drops the connection under
+ * `failureLabel`.
  */
 template <typename Call, typename AfterCall>
 CallOutcome callInFrame(const char* failureLabel, Call&& call, AfterCall&& afterCall) {
     get_dolm_hal_and_link_to_death();
     ::ndk::ScopedAStatus status;
     {
+        // Opened before the lock is taken, so that a delivery nested in the
+        // call is relayed once the lock has been released.
+        HeldDeliveries held;
         std::shared_lock<std::shared_mutex> lock(g_dolm_hal_lock);
         if (g_dolm_hal == nullptr) return CallOutcome::kNotConnected;
         std::optional<::ndk::ScopedAStatus> sent = call(*g_dolm_hal);

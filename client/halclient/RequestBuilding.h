@@ -182,10 +182,16 @@ DolmCallbackGroup listenerGroup(std::vector<std::string> paths, int32_t handle,
  * A failed call releases the mutex before the connection reset takes the
  * connection lock exclusive: a concurrent registration may hold that lock
  * shared while it waits for the mutex, and the reset would wait for it.
+ *
+ * A delivery that the service makes to this thread from inside the call (a
+ * new listener's first delivery) is relayed only after the mutex has been
+ * released, when the function is about to return.
  */
 template <typename Build, typename Callback>
 int32_t registerListener(const char* failureLabel, Build&& build,
                          const std::shared_ptr<Callback>& callback) {
+    // Opened before the registry lock, so it closes after the lock's release.
+    HeldDeliveries held;
     int32_t handle = -1;
     std::unique_lock<std::mutex> registryLock(listen_callback_mutex, std::defer_lock);
     decltype(build(std::declval<DolmRequestParcel&>())) keys;

@@ -47,8 +47,9 @@ extern int32_t opCodeAdpXpuFreqLimit[4];
  * Wrappers. Exported with unmangled names (C linkage) but taking C++
  * arguments. They run on the caller's thread, take no lock of their own and
  * reach the service only through the event API (zel.h), which reports and
- * logs the service's failures. Their own lines go to the Android log with tag
- * "[ZEL_CLIENT_WRAPPER]".
+ * logs the service's failures, and relays on the calling thread a listener
+ * delivery that the service makes from inside the call. Their own lines go to
+ * the Android log with tag "[ZEL_CLIENT_WRAPPER]".
  */
 extern "C" {
 

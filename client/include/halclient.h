@@ -8,8 +8,7 @@
  * - Every function runs on its caller's thread, connects to the IDolm service
  *   lazily (again after the service died), makes at most one synchronous
  *   binder call and never retries. Any thread may call any function at any
- *   time; none of them may be called from inside a caller callback that the
- *   library is delivering while a request of the same thread is in flight.
+ *   time, from inside a caller callback too.
  * - Results are the service's handle or result code as the service wrote it,
  *   or -1 when the service is unreachable, the call failed or the arguments
  *   were refused. No exception crosses the library boundary.
@@ -17,8 +16,23 @@
  *   connection; the next call connects again.
  * - Callbacks are delivered on binder threads of the host process, which must
  *   run a binder thread pool; a delivery can arrive before the registering
- *   function has returned. The library never runs a caller callback under one
- *   of its locks.
+ *   function has returned. A delivery that the service makes from inside a
+ *   call of this process (a request's callback sent before the answer, a new
+ *   listener's first delivery, a listener called while the service handles
+ *   another call of this process, of the event API too) runs on the thread
+ *   that made the call instead, as binder runs nested calls, and needs no
+ *   thread pool: the library relays it there once it has released its locks,
+ *   before the function returns. The library never runs a caller callback
+ *   under one of its locks.
+ * - Because of that, a callback must not wait for anything that the calling
+ *   thread holds around its library call: a mutex the caller holds while it
+ *   calls (a non-recursive one would be taken twice on one thread), or
+ *   `request_callback_mutex`.
+ * - A callback that the service calls from another of its threads, while it
+ *   keeps a call of this process waiting until that callback returns, should
+ *   make no library call: connecting again and dropping the connection (after
+ *   a failed call, on the service's death) wait for the calls in flight, the
+ *   waiting one included, and later calls may queue behind them.
  */
 #pragma once
 
@@ -61,8 +75,9 @@ class IClientCallback {
     /**
      * Receives the resources of one delivery, in the service's order. Every
      * element has its value set (empty when the service sent none). Runs on a
-     * binder thread, possibly on several at once for a listener; no library
-     * lock is held.
+     * binder thread, possibly on several at once for a listener, or on a
+     * thread of the caller's during a library call of that thread (see the
+     * common rules above); no library lock is held.
      */
     virtual void onCallback(std::list<ZelClient::Resource> resources) = 0;
 };
@@ -78,6 +93,7 @@ class IClientCallbackByPath {
     /**
      * Receives one delivery as two parallel lists with one element per entry,
      * values first, then paths; missing texts are empty. Runs on a binder
+     * thread or, during a library call of a thread of the caller's, on that
      * thread; no library lock is held.
      */
     virtual void onCallback(std::vector<std::string> values, std::vector<std::string> paths) = 0;
@@ -137,7 +153,11 @@ struct DolmCallbackGroup {
  * while holding `request_callback_mutex`.
  */
 extern std::vector<std::shared_ptr<DolmCallbackClient>> request_callbacks;
-/** Guards `request_callbacks`. Never hold it while calling into the library. */
+/**
+ * Guards `request_callbacks`. Never hold it while calling into the library:
+ * a delivery that arrives during the call removes its client on the calling
+ * thread.
+ */
 extern std::mutex request_callback_mutex;
 
 /**

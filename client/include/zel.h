@@ -16,6 +16,11 @@
  *   again on the next call.
  * - Any number of threads may call at once. Calls run in parallel; connecting
  *   and dropping the connection wait for the calls in flight.
+ * - The event API hands the service no callbacks, but the service may call a
+ *   listener registered through halclient.h while it handles an event call.
+ *   That delivery then runs on the calling thread, after this layer has
+ *   released its lock and before the function returns (see halclient.h for
+ *   what such a callback must not wait for).
  * - Results: the value the service wrote into its out-parameter, or -1 when
  *   the service is unreachable or the call failed. A connect failure returns
  *   the connect error, which is -1.

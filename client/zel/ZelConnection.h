@@ -6,7 +6,9 @@
  * Lock discipline: g_zel_hal_lock is held shared to read g_zel_hal and for the
  * whole of a binder call made through it, and exclusive only to replace or
  * reset the holder. It is never upgraded: a reset after a failed call takes
- * the exclusive lock after the shared one has been released.
+ * the exclusive lock after the shared one has been released. No caller
+ * callback runs under it, not even one delivered to the calling thread from
+ * inside a call (see callService()).
  */
 #pragma once
 
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "halclient.h"
+#include "halclient/CallbackDelivery.h"
 
 /** The connected proxy, or null when not connected. */
 extern std::shared_ptr<::aidl::vendor::tarvo::hardware::dolm::IDolm> g_zel_hal;
@@ -82,11 +85,19 @@ enum class CallResult {
  * the holder is set, releases the lock as soon as the call returns, and on a
  * missing or not-OK status logs the failure with `label` and resets the
  * connection. The caller has connected before.
+ *
+ * The event layer hands the service no callbacks, but the service may call a
+ * listener of the resource-control client from inside an event call; such a
+ * delivery reaches the calling thread and is relayed once the lock has been
+ * released (halclient/CallbackDelivery.h).
  */
 template <typename Call>
 CallResult callService(const char* label, Call&& call) {
     ::ndk::ScopedAStatus status;
     {
+        // Opened before the lock is taken, so that a delivery nested in the
+        // call is relayed once the lock has been released.
+        halclient::HeldDeliveries held;
         std::shared_lock<std::shared_mutex> lock(g_zel_hal_lock);
         if (g_zel_hal == nullptr) return CallResult::kNoProxy;
         status = std::forward<Call>(call)(*g_zel_hal);

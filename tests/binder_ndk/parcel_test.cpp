@@ -122,6 +122,17 @@ TEST_F(ParcelTest, DataPosition) {
     EXPECT_EQ(AParcel_readInt32(parcel(), &second), STATUS_OK);
     EXPECT_EQ(first, 3);
     EXPECT_EQ(second, 2);
+    // A write past the end fills the gap with zeros; one beyond the 64 MiB cap fails.
+    ASSERT_EQ(AParcel_setDataPosition(parcel(), mStart + 16), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(parcel(), 7), STATUS_OK);
+    rewind();
+    std::vector<int32_t> words(5, -1);
+    for (int32_t& word : words) {
+        EXPECT_EQ(AParcel_readInt32(parcel(), &word), STATUS_OK);
+    }
+    EXPECT_EQ(words, (std::vector<int32_t>{3, 2, 0, 0, 7}));
+    ASSERT_EQ(AParcel_setDataPosition(parcel(), (64 << 20) - 2), STATUS_OK);
+    EXPECT_EQ(AParcel_writeInt32(parcel(), 1), STATUS_NO_MEMORY);
 }
 
 TEST_F(ParcelTest, StringsKeepNullAndEmptyApart) {

@@ -181,6 +181,9 @@ TEST_F(WireTest, BadRequestsFailAloneWithAnErrorStatus) {
     ASSERT_NE(node, 0u);
     std::vector<uint8_t> echoArgs = requestData(kEchoDescriptor, {-1, 5});  // null string, 5
     std::vector<uint8_t> wrongToken = requestData("binder.test.IOther", {-1, 5});
+    std::string sameLength(kEchoDescriptor);
+    sameLength.back() ^= 1;
+    std::vector<uint8_t> sameLengthToken = requestData(sameLength, {-1, 5});
     std::vector<uint8_t> missingArgs = requestData(kEchoDescriptor, {});
 
     struct Case {
@@ -204,6 +207,15 @@ TEST_F(WireTest, BadRequestsFailAloneWithAnErrorStatus) {
                      .u32(kEcho)
                      .u32(static_cast<uint32_t>(wrongToken.size()))
                      .raw(wrongToken.data(), wrongToken.size())
+                     .u32(0)
+                     .bytes(),
+             STATUS_BAD_TYPE},
+            {"wrong interface token of the same length",
+             Frame(kTransact)
+                     .u64(node)
+                     .u32(kEcho)
+                     .u32(static_cast<uint32_t>(sameLengthToken.size()))
+                     .raw(sameLengthToken.data(), sameLengthToken.size())
                      .u32(0)
                      .bytes(),
              STATUS_BAD_TYPE},

@@ -1,11 +1,14 @@
-// The connection: no service, reconnection after a failure or a death, the
-// racing first connection, dolm_init, and concurrent calls with deliveries.
+// The connection: no service, a service of this process, reconnection after a
+// failure or a death, the racing first connection, dolm_init, and concurrent
+// calls with deliveries.
 #include <android/log.h>
 
 #include <atomic>
 #include <functional>
 
 #include "HalclientTestSupport.h"
+#include "ServiceProcess.h"
+#include "Watchdog.h"
 
 namespace halclienttest {
 namespace {
@@ -136,6 +139,32 @@ TEST_F(HalclientNoServiceTest, InitAndPropertyGetWithoutServiceFailQuietly) {
             (std::vector<LogLine>{info("dolm client dolm_init"), error("Dolm HAL Service not found"),
                                   info("dolm client dolmPropertyGet"),
                                   error("Dolm HAL Service not found"), info("dolmPropertyGet  ")}));
+}
+
+// A service of the caller's own process: the lookup gives the local object,
+// to which no death recipient can be linked, so the connection fails on every
+// call, each call tries again, and nothing ever reaches the service.
+TEST_F(HalclientNoServiceTest, LocalServiceFailsTheLinkOnEveryCall) {
+    auto service = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
+    ASSERT_NE(service, nullptr);
+    const LogLine unlinked = error("Unable to link to g_dolm_hal death notifications!");
+    for (const EntryPoint& entryPoint : allEntryPoints()) {
+        SCOPED_TRACE(entryPoint.name);
+        mLog.clear();
+        EXPECT_EQ(entryPoint.call(), -1);
+        EXPECT_EQ(errorsOf(mLog.lines()), std::vector<LogLine>{unlinked});
+    }
+    mLog.clear();
+    dolm_init();
+    char* value = dolmPropertyGet("key");
+    ASSERT_NE(value, nullptr);
+    EXPECT_STREQ(value, "");
+    delete[] value;
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolm_init"), unlinked,
+                                                  info("dolm client dolmPropertyGet"), unlinked,
+                                                  info("dolmPropertyGet  ")}));
+    EXPECT_TRUE(service->calls().empty());
+    EXPECT_EQ(requestCallbackCount(), 0u);
 }
 
 using ConnectionTest = HalclientTest;
@@ -304,13 +333,33 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
     EXPECT_TRUE(raced) << "the two threads never met at the connection step";
 }
 
-// Callback requests from several threads while their deliveries run on binder
-// threads: the connection lock (shared), the registry mutex and the delivery's
-// own use of the registry mutex must not get in each other's way.
-TEST(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
+// Where the service that calls back from inside `request` runs: in this
+// process, reached through in-process proxies, where the delivery runs on the
+// binder thread that serves the request; or in a process of its own, where it
+// runs nested, on the thread that waits for the request (this process then
+// starts no thread pool).
+enum class ServiceHost { kInProcess, kServiceProcess };
+
+void PrintTo(ServiceHost host, std::ostream* os) {
+    *os << (host == ServiceHost::kInProcess ? "InProcess" : "ServiceProcess");
+}
+
+class ConcurrentRequestsTest : public ::testing::TestWithParam<ServiceHost> {};
+
+// Callback requests from several threads while their deliveries run: the
+// connection lock (shared), the registry mutex and the delivery's own use of
+// the registry mutex must not get in each other's way.
+TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
+    const zeltest::Watchdog watchdog(std::chrono::seconds(60), "concurrent callback requests");
     zeltest::silenceLog();
-    auto service = CallingBackService::startCallingBack({entry(1, "1")});
-    ASSERT_NE(service, nullptr);
+    std::shared_ptr<CallingBackService> inProcess;
+    zeltest::ServiceProcess serviceProcess(ZEL_SERVICE_PROCESS);
+    if (GetParam() == ServiceHost::kInProcess) {
+        inProcess = CallingBackService::startCallingBack({entry(1, "1")});
+        ASSERT_NE(inProcess, nullptr);
+    } else {
+        ASSERT_TRUE(serviceProcess.start(1));
+    }
     constexpr size_t kThreads = 4;
     constexpr size_t kRequests = 10;
     std::vector<std::shared_ptr<RecordingCallback>> callbacks;
@@ -318,22 +367,43 @@ TEST(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     for (size_t i = 0; i < kThreads * kRequests; ++i) {
         callbacks.push_back(std::make_shared<RecordingCallback>());
     }
+    std::vector<int> results(kThreads * kRequests, -1);
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (size_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (size_t i = 0; i < kRequests; ++i) {
                 ResourceList resources{res(1, "1")};
-                dolmResCtlRequest(-1, 1, resources, -1, -1, 0, callbacks[t * kRequests + i]);
+                results[t * kRequests + i] = dolmResCtlRequest(-1, 1, resources, -1, -1, 0,
+                                                               callbacks[t * kRequests + i]);
                 dolmResCtlRelease(static_cast<int>(i));
             }
         });
     }
+    std::vector<std::thread::id> callers;
+    callers.reserve(kThreads);
+    for (std::thread& thread : threads) callers.push_back(thread.get_id());
     for (std::thread& thread : threads) thread.join();
-    for (const auto& callback : callbacks) EXPECT_EQ(callback->deliveries().size(), 1u);
+    for (size_t n = 0; n < callbacks.size(); ++n) {
+        SCOPED_TRACE(n);
+        EXPECT_NE(results[n], -1);
+        ASSERT_EQ(callbacks[n]->deliveries().size(), 1u);
+        const bool onCaller = callbacks[n]->threads()[0] == callers[n / kRequests];
+        EXPECT_EQ(onCaller, GetParam() == ServiceHost::kServiceProcess);
+    }
     EXPECT_EQ(requestCallbackCount(), 0u);
-    EXPECT_EQ(service->calls(Op::kRequest).size(), kThreads * kRequests);
+    if (inProcess != nullptr) {
+        EXPECT_EQ(inProcess->calls(Op::kRequest).size(), kThreads * kRequests);
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(Hosts, ConcurrentRequestsTest,
+                         ::testing::Values(ServiceHost::kInProcess, ServiceHost::kServiceProcess),
+                         [](const auto& info) {
+                             return std::string(info.param == ServiceHost::kInProcess
+                                                        ? "InProcess"
+                                                        : "ServiceProcess");
+                         });
 
 }  // namespace
 }  // namespace halclienttest

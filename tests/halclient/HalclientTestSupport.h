@@ -91,8 +91,10 @@ class RecordingPathCallback : public IClientCallbackByPath {
 
 /**
  * A fake that, like a quick service, calls back the callback of a request
- * parcel from inside `request`, before answering: the delivery runs on the
- * binder thread that serves the request, while the caller still waits.
+ * parcel from inside `request`, before answering. Hosted in the test process
+ * and reached through an in-process proxy, the delivery runs on the binder
+ * thread that serves the request, while the caller still waits (across
+ * processes it would run nested, on the caller's thread).
  */
 class CallingBackService : public FakeDolmService {
   public:

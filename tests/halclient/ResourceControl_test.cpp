@@ -244,7 +244,12 @@ TEST_F(ResourceControlTest, FailedCallbackRequestsLeaveTheirClientsRegistered) {
     EXPECT_EQ(mLog.count(failed("dolmSACtlRequest with callback")), 1u);
 }
 
-TEST(ResourceControlDeliveryTest, CallbackArrivesOnBinderThreadBeforeRequestReturns) {
+// The fake lives in this process and is reached through an in-process proxy,
+// so it delivers from the binder thread that serves the request while the
+// caller waits, as a service that delivers from another thread does. (A
+// service in another process that delivers from inside the request reaches
+// the caller's own thread: NestedDelivery_test.cpp.)
+TEST(ResourceControlDeliveryTest, CallbackFromAnotherThreadArrivesBeforeRequestReturns) {
     zeltest::LogCapture log;
     auto service = CallingBackService::startCallingBack({entry(7, "70"), entry(8, std::nullopt)});
     ASSERT_NE(service, nullptr);

@@ -15,7 +15,6 @@
 namespace zeltest {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 class ZelNoServiceTest : public ::testing::Test {
@@ -24,8 +23,30 @@ class ZelNoServiceTest : public ::testing::Test {
     LogCapture mLog;
 };
 
-TEST_F(ZelNoServiceTest, EveryFunctionFailsWithTheConnectLines) {
-    const std::vector<LogLine> notFound = notFoundLines();
+// Why the connection fails: no service registered, or a service of this very
+// process, whose lookup gives the local object that cannot be linked to death.
+struct Unreachable {
+    const char* name;
+    bool localService;
+    std::vector<LogLine> connectLines;
+};
+
+void PrintTo(const Unreachable& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class ZelUnreachableTest : public ZelNoServiceTest,
+                           public ::testing::WithParamInterface<Unreachable> {};
+
+// Every call tries to connect again and fails the same way; nothing reaches a
+// service.
+TEST_P(ZelUnreachableTest, EveryFunctionFailsWithTheConnectLines) {
+    std::shared_ptr<FakeDolmService> local;
+    if (GetParam().localService) {
+        local = FakeDolmService::start(kDolmInstance, Reach::kLocal);
+        ASSERT_NE(local, nullptr);
+    }
+    const std::vector<LogLine>& notFound = GetParam().connectLines;
     auto expectLines = [&](const LogLine& entryLine) {
         std::vector<LogLine> expected{entryLine};
         expected.insert(expected.end(), notFound.begin(), notFound.end());
@@ -56,7 +77,19 @@ TEST_F(ZelNoServiceTest, EveryFunctionFailsWithTheConnectLines) {
     // No entry line of its own.
     EXPECT_EQ(setRelatedSysInfo(1, "x"), -1);
     EXPECT_THAT(zelLines(), ElementsAreArray(notFound));
+    if (local != nullptr) {
+        EXPECT_TRUE(local->calls().empty());
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+        Causes, ZelUnreachableTest,
+        ::testing::Values(Unreachable{"NoService", false, notFoundLines()},
+                          Unreachable{"LocalService",
+                                      true,
+                                      {zelError("Unable to link to g_zel_hal death notifications!"),
+                                       zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
+        [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ZelNoServiceTest, ConnectsOnceTheServiceIsRegistered) {
     EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
@@ -178,6 +211,7 @@ TEST_F(ZelConnectionTest, RacingFirstCallsAllReachTheService) {
     bool started = false;
     std::vector<int32_t> results(kThreads, 0);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
             {

@@ -90,18 +90,13 @@ bool Connection::send(const std::vector<uint8_t>& frame) const {
     return sendAll(mFd, frame.data(), frame.size());
 }
 
-bool Connection::receive(int flags) {
+ssize_t Connection::receive(int flags) {
     size_t room = 0;
     uint8_t* at = mIn.space(&room);
     for (;;) {
         ssize_t received = recv(mFd, at, room, flags);
-        if (received > 0) {
-            mIn.commit(static_cast<size_t>(received));
-            return true;
-        }
-        if (received < 0 && errno == EINTR) continue;
-        if (received == 0) errno = 0;  // end of file
-        return false;
+        if (received > 0) mIn.commit(static_cast<size_t>(received));
+        if (received >= 0 || errno != EINTR) return received;
     }
 }
 
@@ -109,12 +104,19 @@ bool Connection::readFrame(Frame* frame) {
     for (;;) {
         int result = mIn.take(frame);
         if (result != 0) return result > 0;
-        if (!receive(0)) return false;
+        if (receive(0) <= 0) return false;
     }
 }
 
-bool Connection::receiveAvailable() {
-    return receive(MSG_DONTWAIT) || errno == EAGAIN || errno == EWOULDBLOCK;
+bool Connection::receiveNow(bool* drained) {
+    size_t room = 0;
+    mIn.space(&room);
+    ssize_t received = receive(MSG_DONTWAIT);
+    bool waiting = received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    // Fewer bytes than there was room for: the socket had no more.
+    if (drained != nullptr)
+        *drained = waiting || (received > 0 && static_cast<size_t>(received) < room);
+    return received > 0 || waiting;
 }
 
 // ---- peers --------------------------------------------------------------------------

@@ -53,7 +53,12 @@ class Connection {
     /** Blocks until a whole frame has arrived; false on end of file, error or protocol error. */
     bool readFrame(Frame* frame);
     /** Receives what is there without blocking; false on end of file or error. */
-    bool receiveAvailable();
+    bool receiveAvailable() { return receiveNow(nullptr); }
+    /**
+     * Receives what is there without blocking; false on end of file or
+     * error. \p drained tells that nothing more was waiting in the socket.
+     */
+    bool receiveNow(bool* drained);
     /** Cuts a frame received earlier: -1 protocol error, 0 none complete, 1 a frame. */
     int takeFrame(Frame* frame) { return mIn.take(frame); }
     /** The payload size the frame being received announces, once its header is here. */
@@ -63,7 +68,8 @@ class Connection {
     bool send(const std::vector<uint8_t>& frame) const;
 
   private:
-    bool receive(int flags);
+    /** Receives once; the byte count (0 at end of file), or -1 with errno set. */
+    ssize_t receive(int flags);
 
     int mFd;
     Credentials mPeer;

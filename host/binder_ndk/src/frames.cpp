@@ -88,12 +88,13 @@ bool Reader::str(std::string* value, size_t maxLength) {
     return true;
 }
 
-bool readParcel(Reader& in, std::vector<uint8_t>* data, std::vector<WireObject>* objects) {
+bool readParcel(Reader& in, const uint8_t** data, size_t* size, std::vector<WireObject>* objects) {
     uint32_t dataSize = 0;
     const uint8_t* bytes = nullptr;
     uint32_t count = 0;
     if (!in.u32(&dataSize) || !in.view(dataSize, &bytes) || !in.u32(&count)) return false;
-    data->assign(bytes, bytes + dataSize);
+    *data = bytes;
+    *size = dataSize;
     if (count > in.left() / wireObjectSize(0, 0)) return false;
     objects->reserve(count);
     for (uint32_t i = 0; i < count; ++i) {
@@ -125,7 +126,8 @@ size_t decodeFrames(const uint8_t* data, size_t size, std::vector<std::vector<ui
         uint32_t word = 0;
         int32_t number = 0;
         std::string text;
-        std::vector<uint8_t> parcel;
+        const uint8_t* parcel = nullptr;
+        size_t parcelSize = 0;
         std::vector<WireObject> objects;
         bool ok = false;
         switch (frame.type) {
@@ -138,11 +140,13 @@ size_t decodeFrames(const uint8_t* data, size_t size, std::vector<std::vector<ui
                 break;
             case kTransact:
             case kTransactOneway:
-                ok = reader.u64(&node) && reader.u32(&word) && readParcel(reader, &parcel, &objects);
+                ok = reader.u64(&node) && reader.u32(&word) &&
+                     readParcel(reader, &parcel, &parcelSize, &objects);
                 break;
             case kReply:
                 ok = reader.i32(&number) && reader.u32(&word) &&
-                     (normalizeStatus(number) != STATUS_OK || readParcel(reader, &parcel, &objects));
+                     (normalizeStatus(number) != STATUS_OK ||
+                      readParcel(reader, &parcel, &parcelSize, &objects));
                 break;
             case kPing:
             case kAcquire:
@@ -161,7 +165,7 @@ size_t decodeFrames(const uint8_t* data, size_t size, std::vector<std::vector<ui
         if (!ok) break;
         if (parcels != nullptr &&
             (frame.type == kTransact || frame.type == kTransactOneway || frame.type == kReply)) {
-            parcels->push_back(std::move(parcel));
+            parcels->emplace_back(parcel, parcel + parcelSize);
         }
         ++decoded;
     }

@@ -4,6 +4,7 @@
 // here knows sockets, peers or binder objects.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -61,12 +62,18 @@ class FrameBuffer {
     size_t mEnd = 0;
 };
 
-/** Builds one frame into a reusable byte vector (capacity is kept between frames). */
+/**
+ * Builds one frame into a reusable byte vector (capacity is kept between
+ * frames). While the frame is built the vector is raw room that doubles when
+ * it fills up (zeroed only then), so a field is a bounds check and a copy;
+ * finish() trims the vector to the frame.
+ */
 class Writer {
   public:
     explicit Writer(std::vector<uint8_t>& out) : mOut(out) {}
     void begin(uint32_t type) {
-        mOut.clear();
+        mLength = 0;
+        if (mOut.size() < kStartRoom) mOut.resize(kStartRoom);
         u32(0);
         u32(type);
     }
@@ -78,21 +85,25 @@ class Writer {
         bytes(value.data(), value.size());
     }
     void bytes(const void* data, size_t size) {
-        size_t at = mOut.size();
-        mOut.resize(at + size);
-        if (size > 0) std::memcpy(mOut.data() + at, data, size);
+        if (mOut.size() - mLength < size) mOut.resize(std::max(mOut.size() * 2, mLength + size));
+        if (size > 0) std::memcpy(mOut.data() + mLength, data, size);
+        mLength += size;
     }
     /** Bytes written so far, header included. */
-    size_t size() const { return mOut.size(); }
+    size_t size() const { return mLength; }
     /** Fills in the payload size; the frame is ready to send. */
     const std::vector<uint8_t>& finish() {
-        auto size = static_cast<uint32_t>(mOut.size() - kHeaderSize);
+        mOut.resize(mLength);
+        auto size = static_cast<uint32_t>(mLength - kHeaderSize);
         std::memcpy(mOut.data(), &size, sizeof(size));
         return mOut;
     }
 
   private:
+    static constexpr size_t kStartRoom = 256;
+
     std::vector<uint8_t>& mOut;
+    size_t mLength = 0;
 };
 
 /** Reads a frame's payload; every read is bounds-checked. */
@@ -142,8 +153,8 @@ constexpr size_t wireObjectSize(size_t keyLength, size_t descriptorLength) {
 /**
  * Reads a parcel as it travels (uint32 data size, the data, uint32 object
  * count, the objects): every field bounds-checked and every endpoint key
- * validated. Resolves nothing.
+ * validated. Resolves nothing. \p data points into the frame (no copy).
  */
-bool readParcel(Reader& in, std::vector<uint8_t>* data, std::vector<WireObject>* objects);
+bool readParcel(Reader& in, const uint8_t** data, size_t* size, std::vector<WireObject>* objects);
 
 }  // namespace binder_host

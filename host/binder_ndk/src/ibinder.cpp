@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "ibinder_internal.h"
-#include "parcel_internal.h"
 
 namespace binder_host {
 namespace {
@@ -28,39 +27,10 @@ std::mutex& classesMutex() {
     return *mutex;
 }
 
-// The interface token: the descriptor, written as a parcel string.
-binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descriptor) {
-    return AParcel_writeString(parcel, descriptor.c_str(), static_cast<int32_t>(descriptor.size()));
-}
-
-bool readDescriptor(void* data, int32_t length, char** buffer) {
-    auto* text = static_cast<std::string*>(data);
-    if (length <= 0) {
-        return false;
-    }
-    text->resize(static_cast<size_t>(length));
-    *buffer = &(*text)[0];
-    return true;
-}
-
 }  // namespace
 
 void setObjectHooks(const ObjectHooks* hooks) {
     gHooks.store(hooks, std::memory_order_release);
-}
-
-binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
-    in->setPosition(0);
-    std::string token;
-    if (AParcel_readString(in, &token, readDescriptor) != STATUS_OK) {
-        return STATUS_BAD_TYPE;
-    }
-    token.resize(token.size() - 1);  // the allocator counted the NUL
-    const AIBinder_Class* clazz = binder->getClass();
-    if (token != clazz->mDescriptor) {
-        return STATUS_BAD_TYPE;
-    }
-    return clazz->mOnTransact(binder, code, in, out);
 }
 
 // ---- references ----------------------------------------------------------------
@@ -325,24 +295,6 @@ const AIBinder_Class* AIBinder_getClass(AIBinder* binder) {
 void* AIBinder_getUserData(AIBinder* binder) {
     ABBinder* local = binder != nullptr ? binder->asLocal() : nullptr;
     return local != nullptr ? local->userData() : nullptr;
-}
-
-binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
-    if (binder == nullptr || in == nullptr) {
-        return STATUS_UNEXPECTED_NULL;
-    }
-    const AIBinder_Class* clazz = binder->getClass();
-    if (clazz == nullptr) {
-        return STATUS_INVALID_OPERATION;
-    }
-    auto* parcel = new AParcel(binder);
-    binder_status_t status = binder_host::writeInterfaceToken(parcel, clazz->mDescriptor);
-    if (status != STATUS_OK) {
-        delete parcel;
-        return status;
-    }
-    *in = parcel;
-    return STATUS_OK;
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {

@@ -226,13 +226,6 @@ struct AIBinder_DeathRecipient {
 namespace binder_host {
 
 /**
- * Serves a transaction on a local object: checks the interface token at
- * the start of \p in and runs the class's onTransact with \p in positioned
- * after it.
- */
-binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out);
-
-/**
  * What the runtime does when an object loses its last strong reference: it
  * forgets the object's node, or tells the owner that this process dropped
  * the proxy. Set when the runtime is created; nothing to do before.

@@ -3,6 +3,7 @@
 #include <android/binder_parcel.h>
 
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -17,53 +18,62 @@ namespace {
 constexpr int32_t kNullBinder = 0;
 constexpr int32_t kBinderObject = 1;
 
-// Upper bound for a parcel's data, far beyond any real transaction.
-constexpr size_t kMaxParcelSize = 64u << 20;
-
 }  // namespace
 
-binder_status_t AParcel::writeBytes(const void* data, size_t size) {
-    size_t paddedSize = padded(size);
-    if (mPos > kMaxParcelSize || paddedSize > kMaxParcelSize - mPos) {
-        return STATUS_NO_MEMORY;
+AParcel::~AParcel() {
+    if (mData != mInline) {
+        std::free(mData);
     }
-    size_t end = mPos + paddedSize;
-    if (end > mData.size()) {
-        mData.resize(end);
-    }
-    if (size > 0) {
-        std::memcpy(mData.data() + mPos, data, size);
-    }
-    std::memset(mData.data() + mPos + size, 0, paddedSize - size);
-    mPos = end;
-    return STATUS_OK;
 }
 
-const uint8_t* AParcel::peek(size_t size) const {
-    if (padded(size) < size || remaining() < padded(size)) {
+bool AParcel::reserve(size_t needed) {
+    if (needed <= mCapacity) {
+        return true;
+    }
+    size_t capacity = mCapacity * 2 > kMaxSize ? kMaxSize : mCapacity * 2;
+    capacity = capacity < needed ? needed : capacity;
+    auto* grown = static_cast<uint8_t*>(std::malloc(capacity));
+    if (grown == nullptr) {
+        return false;
+    }
+    std::memcpy(grown, mData, mSize);
+    if (mData != mInline) {
+        std::free(mData);
+    }
+    mData = grown;
+    mCapacity = capacity;
+    return true;
+}
+
+uint8_t* AParcel::growForWrite(size_t size) {
+    if (size > kMaxSize || mPos > kMaxSize || padded(size) > kMaxSize - mPos) {
         return nullptr;
     }
-    return mData.data() + mPos;
+    size_t end = mPos + padded(size);
+    if (!reserve(end)) {
+        return nullptr;
+    }
+    if (mPos > mSize) {
+        std::memset(mData + mSize, 0, mPos - mSize);  // the gap a position past the end left
+    }
+    uint8_t* space = mData + mPos;
+    std::memset(space + size, 0, padded(size) - size);
+    mPos = end;
+    mSize = end > mSize ? end : mSize;
+    return space;
 }
 
-binder_status_t AParcel::readBytes(void* data, size_t size) const {
-    const uint8_t* source = peek(size);
-    if (source == nullptr) {
-        return STATUS_NOT_ENOUGH_DATA;
+bool AParcel::setData(const uint8_t* data, size_t size) {
+    mSize = 0;
+    mPos = 0;
+    if (size > kMaxSize || !reserve(size)) {
+        return false;
     }
     if (size > 0) {
-        std::memcpy(data, source, size);
+        std::memcpy(mData, data, size);
     }
-    mPos += padded(size);
-    return STATUS_OK;
-}
-
-binder_status_t AParcel::skip(size_t size) const {
-    if (peek(size) == nullptr) {
-        return STATUS_NOT_ENOUGH_DATA;
-    }
-    mPos += padded(size);
-    return STATUS_OK;
+    mSize = size;
+    return true;
 }
 
 namespace {
@@ -193,8 +203,13 @@ binder_status_t writeStringValue(AParcel* parcel, const char* string, int32_t le
         return status;
     }
     // Bytes and terminator in one padded block.
-    std::string block(string, static_cast<size_t>(length));
-    return parcel->writeBytes(block.c_str(), block.size() + 1);
+    uint8_t* space = parcel->writeSpace(static_cast<size_t>(length) + 1);
+    if (space == nullptr) {
+        return STATUS_NO_MEMORY;
+    }
+    std::memcpy(space, string, static_cast<size_t>(length));
+    space[length] = 0;
+    return STATUS_OK;
 }
 
 // Reads a string header and returns the length (-1 for null) and the bytes.

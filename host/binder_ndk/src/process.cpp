@@ -26,6 +26,8 @@ std::vector<ThreadPool*>& abandonedPools() {
     return *list;
 }
 
+constexpr uint64_t kJobsId = 0;  // epoll id of the job counter; served connections count from 1
+
 }  // namespace
 
 // Started with pthread_create so that a refused thread is an error code, not
@@ -55,7 +57,7 @@ ThreadPool::ThreadPool() {
     mJobsFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.ptr = nullptr;  // the job counter
+    event.data.u64 = kJobsId;
     epoll_ctl(mEpollFd, EPOLL_CTL_ADD, mJobsFd, &event);
 }
 
@@ -78,33 +80,51 @@ void ThreadPool::submit(std::function<void()> job) {
     (void)written;
 }
 
-void ThreadPool::serve(Served* served) {
+void ThreadPool::serve(std::unique_ptr<Served> owned) {
+    std::shared_ptr<Served> served(std::move(owned));
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        served->mId = mNextServedId++;
+        mServed.emplace(served->mId, served);
+    }
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
+    event.data.u64 = served->mId;
+    epoll_ctl(mEpollFd, EPOLL_CTL_ADD, served->fd(), &event);
     if (served->hasBuffered()) {
         // A request came with the hello: no readiness event will announce it.
-        submit([this, served] { runServed(served); });
-        return;
+        submit([this, served] { drive(served); });
     }
-    served->mInEpoll = true;
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLONESHOT;
-    event.data.ptr = served;
-    epoll_ctl(mEpollFd, EPOLL_CTL_ADD, served->fd(), &event);
 }
 
-void ThreadPool::runServed(Served* served) {
-    if (!served->serveReady()) {
-        if (served->mInEpoll) epoll_ctl(mEpollFd, EPOLL_CTL_DEL, served->fd(), nullptr);
-        delete served;
-        return;
+void ThreadPool::drive(const std::shared_ptr<Served>& served) {
+    std::atomic<int>& state = served->mState;
+    int seen = state.load(std::memory_order_acquire);
+    for (;;) {
+        if (seen == Served::kIdle) {
+            if (state.compare_exchange_weak(seen, Served::kBusy, std::memory_order_acq_rel)) break;
+        } else if (seen == Served::kBusy) {
+            // Its thread looks again before it lets go.
+            if (state.compare_exchange_weak(seen, Served::kAgain, std::memory_order_acq_rel))
+                return;
+        } else {
+            return;  // already to be looked at again, or ended
+        }
     }
-    // Armed again for the next request, for one thread. Once armed, another
-    // thread may own it at once: nothing of it is touched afterwards.
-    int operation = served->mInEpoll ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-    served->mInEpoll = true;
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLONESHOT;
-    event.data.ptr = served;
-    epoll_ctl(mEpollFd, operation, served->fd(), &event);
+    beginWork();
+    for (;;) {
+        if (!served->serveAvailable()) {
+            state.store(Served::kClosed, std::memory_order_release);
+            epoll_ctl(mEpollFd, EPOLL_CTL_DEL, served->fd(), nullptr);
+            std::lock_guard<std::mutex> lock(mMutex);
+            mServed.erase(served->mId);
+            break;
+        }
+        int busy = Served::kBusy;
+        if (state.compare_exchange_strong(busy, Served::kIdle, std::memory_order_acq_rel)) break;
+        state.store(Served::kBusy, std::memory_order_relaxed);  // was kAgain: more arrived
+    }
+    endWork();
 }
 
 void ThreadPool::runJob() {
@@ -145,17 +165,22 @@ void ThreadPool::work() {
     for (;;) {
         epoll_event event{};
         if (epoll_wait(mEpollFd, &event, 1, -1) != 1) continue;
-        uint64_t token = 0;
-        if (event.data.ptr == nullptr && read(mJobsFd, &token, sizeof(token)) != sizeof(token)) {
-            continue;  // another thread took the job
-        }
-        beginWork();
-        if (event.data.ptr == nullptr) {
+        if (event.data.u64 == kJobsId) {
+            uint64_t token = 0;
+            if (read(mJobsFd, &token, sizeof(token)) != sizeof(token)) continue;  // taken already
+            beginWork();
             runJob();
-        } else {
-            runServed(static_cast<Served*>(event.data.ptr));
+            endWork();
+            continue;
         }
-        endWork();
+        std::shared_ptr<Served> served;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            auto it = mServed.find(event.data.u64);
+            if (it == mServed.end()) continue;  // ended meanwhile
+            served = it->second;
+        }
+        drive(served);
     }
 }
 

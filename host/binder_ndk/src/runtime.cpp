@@ -90,6 +90,35 @@ void proxyGone(ABpBinder* proxy, int32_t grants) {
 
 constexpr ObjectHooks kObjectHooks{localGone, proxyGone};
 
+// The interface token: the descriptor, written as a parcel string.
+binder_status_t writeInterfaceToken(AParcel* parcel, const std::string& descriptor) {
+    return AParcel_writeString(parcel, descriptor.c_str(), static_cast<int32_t>(descriptor.size()));
+}
+
+/**
+ * Serves a transaction on a local object: checks the interface token at
+ * the start of \p in and runs the class's onTransact with \p in positioned
+ * after it.
+ */
+binder_status_t dispatchLocal(ABBinder* binder, transaction_code_t code, AParcel* in, AParcel* out) {
+    // The token is compared where it lies in the parcel: no copy per call.
+    const AIBinder_Class* clazz = binder->getClass();
+    const std::string& descriptor = clazz->mDescriptor;
+    in->setPosition(0);
+    int32_t length = -1;
+    if (in->read(&length) != STATUS_OK || length < 0 ||
+        static_cast<size_t>(length) != descriptor.size()) {
+        return STATUS_BAD_TYPE;
+    }
+    const uint8_t* token = in->peek(descriptor.size() + 1);
+    if (token == nullptr || token[length] != 0 ||
+        std::memcmp(token, descriptor.data(), descriptor.size()) != 0) {
+        return STATUS_BAD_TYPE;
+    }
+    in->skip(descriptor.size() + 1);
+    return clazz->mOnTransact(binder, code, in, out);
+}
+
 }  // namespace
 
 /** A data connection from a peer, served by the thread pool. */
@@ -100,15 +129,21 @@ class Runtime::Incoming : public Served {
 
     int fd() const override { return mConn->fd(); }
     bool hasBuffered() const override { return mConn->buffered() > 0; }
-    bool serveReady() override {
-        do {
+    bool serveAvailable() override {
+        bool drained = false;
+        for (;;) {
             Frame frame;
-            if (!mConn->readFrame(&frame) ||
-                !mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
-                return false;
+            int result;
+            while ((result = mConn->takeFrame(&frame)) > 0) {
+                if (!mRuntime->serveRequest(frame, mPeer, *mConn, mReplyBuffer, &mLastReply)) {
+                    return false;
+                }
             }
-        } while (mConn->buffered() > 0);
-        return true;
+            if (result < 0) return false;
+            // The rest of a request announces itself with a new readiness event.
+            if (drained) return true;
+            if (!mConn->receiveNow(&drained)) return false;
+        }
     }
 
   private:
@@ -163,7 +198,7 @@ bool Runtime::init() {
 // ---- endpoint events ---------------------------------------------------------------
 
 void Runtime::onDataConnection(std::unique_ptr<Connection> conn, std::shared_ptr<Peer> peer) {
-    ThreadPool::get().serve(new Incoming(this, std::move(conn), std::move(peer)));
+    ThreadPool::get().serve(std::make_unique<Incoming>(this, std::move(conn), std::move(peer)));
 }
 
 void Runtime::onControlFrame(const std::shared_ptr<Peer>& peer, const Frame& frame) {
@@ -199,8 +234,9 @@ size_t Runtime::flattenedSize(const AParcel& parcel) const {
 }
 
 void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, Writer& out) {
-    out.u32(static_cast<uint32_t>(parcel.data().size()));
-    out.bytes(parcel.data().data(), parcel.data().size());
+    ByteView data = parcel.data();
+    out.u32(static_cast<uint32_t>(data.size()));
+    out.bytes(data.data(), data.size());
     out.u32(static_cast<uint32_t>(parcel.objects().size()));
     for (const BinderRef& object : parcel.objects()) {
         if (!object) {
@@ -227,7 +263,9 @@ void Runtime::flatten(const AParcel& parcel, const std::shared_ptr<Peer>& dest, 
 bool Runtime::unflatten(Reader& in, AParcel* parcel, const std::shared_ptr<Peer>& sender,
                         bool forceProxies) {
     std::vector<WireObject> objects;
-    if (!readParcel(in, &parcel->mutableData(), &objects)) return false;
+    const uint8_t* data = nullptr;
+    size_t size = 0;
+    if (!readParcel(in, &data, &size, &objects) || !parcel->setData(data, size)) return false;
     auto& resolved = parcel->mutableObjects();
     resolved.reserve(objects.size());
     for (WireObject& object : objects) {
@@ -566,4 +604,22 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
     }
     return runtime->transact(binder->asProxy(), code, *request, out,
                              flags & ~static_cast<binder_flags_t>(FLAG_PRIVATE_VENDOR));
+}
+
+binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
+    if (binder == nullptr || in == nullptr) {
+        return STATUS_UNEXPECTED_NULL;
+    }
+    const AIBinder_Class* clazz = binder->getClass();
+    if (clazz == nullptr) {
+        return STATUS_INVALID_OPERATION;
+    }
+    auto* parcel = new AParcel(binder);
+    binder_status_t status = binder_host::writeInterfaceToken(parcel, clazz->mDescriptor);
+    if (status != STATUS_OK) {
+        delete parcel;
+        return status;
+    }
+    *in = parcel;
+    return STATUS_OK;
 }

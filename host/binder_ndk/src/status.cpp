@@ -72,6 +72,14 @@ AStatus* makeStatus(binder_exception_t exception, int32_t serviceSpecific, binde
     return result;
 }
 
+// Every OK status is the same immutable object: no status is ever changed
+// after its creation, so sharing it saves an allocation per call. It is
+// never deleted (binder threads may still use it while the process exits).
+AStatus* okStatus() {
+    static AStatus* const ok = new AStatus;
+    return ok;
+}
+
 AStatus* fromException(binder_exception_t exception, const char* message) {
     exception = normalizeException(exception);
     binder_status_t status =
@@ -95,7 +103,7 @@ using binder_host::fromException;
 using binder_host::makeStatus;
 
 AStatus* AStatus_newOk() {
-    return makeStatus(EX_NONE, 0, STATUS_OK, nullptr);
+    return binder_host::okStatus();
 }
 
 AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
@@ -170,5 +178,7 @@ void AStatus_deleteDescription(const char* description) {
 }
 
 void AStatus_delete(AStatus* status) {
-    delete status;
+    if (status != binder_host::okStatus()) {
+        delete status;
+    }
 }

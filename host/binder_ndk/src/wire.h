@@ -4,6 +4,9 @@
 //
 // Data connections: kHelloData, then requests (kTransact, kTransactOneway,
 // kPing, kGetService, kAcquire), each two-way one answered by a kReply.
+// Before its kReply, the side serving a two-way request may send requests
+// the other way on the same connection (nested calls), which the waiting
+// side serves and answers there.
 // Control connections: kHelloControl, then kRelease and kDead messages.
 // Parcels travel as: uint32 data size, the data, uint32 object count, and
 // per object: string endpoint key (empty: null), uint64 node id, string

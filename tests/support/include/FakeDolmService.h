@@ -2,12 +2,11 @@
  * A scriptable stand-in for the IDolm service, for tests of the library.
  *
  * It is a real BnDolm served through the host binder runtime: the library
- * under test looks it up with AServiceManager_checkService and talks to it
- * through a proxy, so every call is marshalled and served on a binder thread
- * as on a device. The fake records every call with its arguments, answers
- * each operation with a scripted result and status, can call back the
- * IDolmCallback objects it has received, and can die and be started again
- * under the same name.
+ * under test looks it up with AServiceManager_checkService and, by default,
+ * talks to it through a proxy, so every call is marshalled and served on a
+ * binder thread as it would be across processes. The fake records every call with its arguments,
+ * answers each operation with a scripted result and status, can call back the IDolmCallback objects
+ * it has received, and can die and be started again under the same name.
  */
 #pragma once
 
@@ -85,13 +84,29 @@ struct Call {
     std::string value;                        ///< setProperty value, setRelatedSysInfo info
 };
 
+/** How the process that hosts the fake reaches it. */
+enum class Reach {
+    /**
+     * Through a proxy: lookups of the process's own services hand out proxies
+     * (a host-only switch of the runtime, set for the whole process), served
+     * on the process's binder thread pool, which is started.
+     */
+    kProxy,
+    /**
+     * As on a device: a lookup returns the local object itself, to which no
+     * death recipient can be linked. No thread pool is started.
+     */
+    kLocal,
+};
+
 class FakeDolmService : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
   public:
     /**
-     * Starts the process's binder thread pool (once) and registers a new fake
-     * under `instance`. Returns null if the registration failed.
+     * Registers a new fake under `instance`, after preparing the process for
+     * `reach` (once). Returns null if the registration failed.
      */
-    static std::shared_ptr<FakeDolmService> start(const char* instance = kDolmInstance);
+    static std::shared_ptr<FakeDolmService> start(const char* instance = kDolmInstance,
+                                                  Reach reach = Reach::kProxy);
 
     /** Scripts the answer to every later call of `op` (default: OK with result 0). */
     void setAnswer(Op op, Answer answer);

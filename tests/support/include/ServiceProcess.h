@@ -33,8 +33,22 @@ int32_t instanceOf(int64_t value);
 
 /** How the service process answers. */
 struct ServiceOptions {
+    /** When the service calls back the callbacks it is handed. */
+    enum class Delivery {
+        kInsideCall,  ///< from inside the call that hands the callback over, before answering
+        kAfterCall,   ///< from a thread of its own, after that call has been answered
+    };
+
     /** Answer every n-th call with a service-specific error (0: never). */
     int failEvery = 0;
+    Delivery delivery = Delivery::kInsideCall;
+    /** Answer every release with a service-specific error. */
+    bool refuseRelease = false;
+    /**
+     * Call back the listener registered last from inside every request that
+     * carries no callback of its own, before answering.
+     */
+    bool notifyOnRequest = false;
 };
 
 class ServiceProcess {

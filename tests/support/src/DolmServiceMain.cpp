@@ -1,16 +1,21 @@
 // dolm_service_process: an IDolm service that runs in a process of its own,
 // for tests that kill the service process and start it again.
 //
-//   dolm_service_process --base B [--fail-every N]
+//   dolm_service_process --base B [--fail-every N] [--deliver inside|after]
+//                        [--refuse-release 0|1] [--notify-on-request 0|1]
 //
 // Every number it answers with (handles, results, values of entries, property
 // texts) is B + k for a k in [1, 999999] that counts up with each answer, so
 // a test that gives each instance its own B can tell which one answered.
 // With --fail-every N, every N-th call is answered with a service-specific
-// error instead. Callbacks are called back as a quick service does: the
-// callback of a request, and every new listener, once, from inside the call.
-// When the service is registered it writes "R" to its standard output. It
-// dies with the thread that started it.
+// error instead; with --refuse-release 1, every release is. Callbacks are
+// called back once: the callback of a request, and every new listener. By
+// default (inside) that happens from inside the call, before it is answered,
+// as a quick service does; with "after", from a thread of the service's own
+// once the call has been answered. With --notify-on-request 1, a request
+// without a callback of its own calls back the listener registered last from
+// inside the call. When the service is registered it writes "R" to its
+// standard output. It dies with the thread that started it.
 #include <aidl/vendor/tarvo/hardware/dolm/BnDolm.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
@@ -23,7 +28,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ServiceProcess.h"
@@ -40,16 +47,35 @@ constexpr const char* kInstance = "vendor.tarvo.hardware.dolm.IDolm/default";
 // getData answers at most this many entries.
 constexpr size_t kMaxEntries = 8;
 
+struct Behaviour {
+    int failEvery = 0;
+    bool deliverAfterCall = false;
+    bool refuseRelease = false;
+    bool notifyOnRequest = false;
+};
+
 class NumberedDolmService : public BnDolm {
   public:
-    NumberedDolmService(int64_t base, int failEvery) : mBase(base), mFailEvery(failEvery) {}
+    NumberedDolmService(int64_t base, Behaviour behaviour) : mBase(base), mBehaviour(behaviour) {}
 
     ScopedAStatus init() override { return answer(nullptr); }
     ScopedAStatus request(const DolmRequestParcel& parcel, int32_t* result) override {
-        if (parcel.callback != nullptr) parcel.callback->onCallback(entries(parcel));
+        if (parcel.callback != nullptr) {
+            callBack(parcel.callback, entries(parcel));
+        } else if (mBehaviour.notifyOnRequest) {
+            std::shared_ptr<IDolmCallback> listener;
+            {
+                std::lock_guard<std::mutex> lock(mListenerMutex);
+                listener = mLastListener;
+            }
+            if (listener != nullptr) listener->onCallback(entries(parcel));
+        }
         return answer(result);
     }
-    ScopedAStatus release(int32_t /*handle*/, int32_t* result) override { return answer(result); }
+    ScopedAStatus release(int32_t /*handle*/, int32_t* result) override {
+        if (mBehaviour.refuseRelease) return ScopedAStatus::fromServiceSpecificError(1);
+        return answer(result);
+    }
     ScopedAStatus getData(const DolmRequestParcel& parcel,
                           std::vector<DolmRequestData>* result) override {
         ScopedAStatus status = answer(nullptr);
@@ -59,7 +85,10 @@ class NumberedDolmService : public BnDolm {
     ScopedAStatus registerListener(const DolmRequestParcel& parcel,
                                    const std::shared_ptr<IDolmCallback>& callback,
                                    int32_t* result) override {
-        if (callback != nullptr) callback->onCallback(entries(parcel));
+        if (callback != nullptr) {
+            rememberListener(callback);
+            callBack(callback, entries(parcel));
+        }
         return answer(result);
     }
     ScopedAStatus unregisterListener(int32_t /*handle*/, int32_t* result) override {
@@ -85,7 +114,8 @@ class NumberedDolmService : public BnDolm {
                 data.id = id;
                 parcel.data.push_back(data);
             }
-            callback->onCallback(entries(parcel));
+            rememberListener(callback);
+            callBack(callback, entries(parcel));
         }
         return answer(result);
     }
@@ -105,6 +135,22 @@ class NumberedDolmService : public BnDolm {
     }
 
   private:
+    void rememberListener(const std::shared_ptr<IDolmCallback>& listener) {
+        std::lock_guard<std::mutex> lock(mListenerMutex);
+        mLastListener = listener;
+    }
+
+    // Inside the call, or from a thread of its own that the call does not
+    // wait for (it may wait forever for a client without binder threads).
+    void callBack(const std::shared_ptr<IDolmCallback>& callback,
+                  std::vector<DolmRequestData> data) {
+        if (!mBehaviour.deliverAfterCall) {
+            callback->onCallback(data);
+            return;
+        }
+        std::thread([callback, data = std::move(data)] { callback->onCallback(data); }).detach();
+    }
+
     int32_t next() {
         const uint64_t k = mCounter.fetch_add(1, std::memory_order_relaxed);
         return static_cast<int32_t>(mBase + 1 +
@@ -115,7 +161,7 @@ class NumberedDolmService : public BnDolm {
     // else OK with the next number in `result`.
     ScopedAStatus answer(int32_t* result) {
         const uint64_t call = mCalls.fetch_add(1, std::memory_order_relaxed) + 1;
-        if (mFailEvery > 0 && call % static_cast<uint64_t>(mFailEvery) == 0) {
+        if (mBehaviour.failEvery > 0 && call % static_cast<uint64_t>(mBehaviour.failEvery) == 0) {
             return ScopedAStatus::fromServiceSpecificError(1);
         }
         if (result != nullptr) *result = next();
@@ -141,13 +187,17 @@ class NumberedDolmService : public BnDolm {
     }
 
     const int64_t mBase;
-    const int mFailEvery;
+    const Behaviour mBehaviour;
+    std::mutex mListenerMutex;
+    std::shared_ptr<IDolmCallback> mLastListener;
     std::atomic<uint64_t> mCounter{0};
     std::atomic<uint64_t> mCalls{0};
 };
 
 int usage() {
-    fprintf(stderr, "usage: dolm_service_process --base B [--fail-every N]\n");
+    fprintf(stderr,
+            "usage: dolm_service_process --base B [--fail-every N] [--deliver inside|after]\n"
+            "                            [--refuse-release 0|1] [--notify-on-request 0|1]\n");
     return 2;
 }
 
@@ -155,23 +205,35 @@ int usage() {
 
 int main(int argc, char** argv) {
     int64_t base = -1;
-    int failEvery = 0;
+    Behaviour behaviour;
+    if (argc % 2 != 1) return usage();
     for (int i = 1; i + 1 < argc; i += 2) {
+        const char* value = argv[i + 1];
         if (strcmp(argv[i], "--base") == 0) {
-            base = strtoll(argv[i + 1], nullptr, 10);
+            base = strtoll(value, nullptr, 10);
         } else if (strcmp(argv[i], "--fail-every") == 0) {
-            failEvery = atoi(argv[i + 1]);
+            behaviour.failEvery = atoi(value);
+        } else if (strcmp(argv[i], "--deliver") == 0 && strcmp(value, "inside") == 0) {
+            behaviour.deliverAfterCall = false;
+        } else if (strcmp(argv[i], "--deliver") == 0 && strcmp(value, "after") == 0) {
+            behaviour.deliverAfterCall = true;
+        } else if (strcmp(argv[i], "--refuse-release") == 0) {
+            behaviour.refuseRelease = strcmp(value, "1") == 0;
+        } else if (strcmp(argv[i], "--notify-on-request") == 0) {
+            behaviour.notifyOnRequest = strcmp(value, "1") == 0;
         } else {
             return usage();
         }
     }
-    if (base <= 0 || base % zeltest::kInstanceRange != 0 || failEvery < 0) return usage();
+    if (base <= 0 || base % zeltest::kInstanceRange != 0 || behaviour.failEvery < 0) {
+        return usage();
+    }
     // Never outlive the test that started it (the thread that spawned it).
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() == 1) return 1;
 
     ABinderProcess_startThreadPool();
-    auto service = ::ndk::SharedRefBase::make<NumberedDolmService>(base, failEvery);
+    auto service = ::ndk::SharedRefBase::make<NumberedDolmService>(base, behaviour);
     if (AServiceManager_addService(service->asBinder().get(), kInstance) != STATUS_OK) {
         fprintf(stderr, "dolm_service_process: cannot register %s\n", kInstance);
         return 1;

@@ -44,14 +44,14 @@ Answer Answer::transportFailure(int32_t status) {
     return {Kind::kTransportFailure, 0, status};
 }
 
-std::shared_ptr<FakeDolmService> FakeDolmService::start(const char* instance) {
+std::shared_ptr<FakeDolmService> FakeDolmService::start(const char* instance, Reach reach) {
     static std::once_flag poolStarted;
-    std::call_once(poolStarted, [] {
-        // The suites that host this service in their own process want the
-        // library to reach it through a proxy, as it would across processes.
-        ABinderHost_setInProcessProxies(true);
-        ABinderProcess_startThreadPool();
-    });
+    if (reach == Reach::kProxy) {
+        std::call_once(poolStarted, [] {
+            ABinderHost_setInProcessProxies(true);
+            ABinderProcess_startThreadPool();
+        });
+    }
     auto service = ::ndk::SharedRefBase::make<FakeDolmService>();
     if (AServiceManager_addService(service->asBinder().get(), instance) != STATUS_OK) {
         return nullptr;

@@ -48,11 +48,18 @@ bool ServiceProcess::start(int32_t index, const ServiceOptions& options) {
     posix_spawn_file_actions_adddup2(&actions, ready[1], STDOUT_FILENO);
     const std::string base = std::to_string(static_cast<int64_t>(index) * kInstanceRange);
     const std::string failEvery = std::to_string(options.failEvery);
+    const bool afterCall = options.delivery == ServiceOptions::Delivery::kAfterCall;
     std::vector<char*> argv{mProgram.data(),
                             const_cast<char*>("--base"),
                             const_cast<char*>(base.c_str()),
                             const_cast<char*>("--fail-every"),
                             const_cast<char*>(failEvery.c_str()),
+                            const_cast<char*>("--deliver"),
+                            const_cast<char*>(afterCall ? "after" : "inside"),
+                            const_cast<char*>("--refuse-release"),
+                            const_cast<char*>(options.refuseRelease ? "1" : "0"),
+                            const_cast<char*>("--notify-on-request"),
+                            const_cast<char*>(options.notifyOnRequest ? "1" : "0"),
                             nullptr};
     pid_t pid = -1;
     const int spawned = posix_spawn(&pid, mProgram.c_str(), &actions, nullptr, argv.data(), environ);
