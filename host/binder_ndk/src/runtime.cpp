@@ -130,6 +130,15 @@ class Runtime::Incoming : public Served {
     int fd() const override { return mConn->fd(); }
     bool hasBuffered() const override { return mConn->buffered() > 0; }
     bool serveAvailable() override {
+        if (serveReceived()) return true;
+        // A caller that never opened a control connection is known from this
+        // connection alone: find out whether it is gone, so its record goes too.
+        mRuntime->mEndpoint.checkPeer(mPeer);
+        return false;
+    }
+
+  private:
+    bool serveReceived() {
         bool drained = false;
         for (;;) {
             Frame frame;
@@ -146,7 +155,6 @@ class Runtime::Incoming : public Served {
         }
     }
 
-  private:
     Runtime* const mRuntime;
     std::unique_ptr<Connection> mConn;
     std::shared_ptr<Peer> mPeer;
