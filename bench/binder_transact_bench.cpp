@@ -24,6 +24,8 @@
 #include <thread>
 #include <vector>
 
+#include "dolm_bench_service.h"
+
 namespace {
 
 constexpr const char* kRemoteInstance = "bench.IEcho/remote";
@@ -47,22 +49,11 @@ AIBinder_Class* benchClass() {
     return clazz;
 }
 
-bool readFull(int fd, void* data, size_t size) {
-    auto* bytes = static_cast<char*>(data);
-    while (size > 0) {
-        ssize_t got = read(fd, bytes, size);
-        if (got <= 0) return false;
-        bytes += got;
-        size -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
 // The raw server: reads a whole request, answers with a whole reply.
 void serveRaw(int fd) {
     char request[kRequestSize];
     char reply[kReplySize] = {};
-    while (readFull(fd, request, sizeof(request))) {
+    while (dolmbench::readFull(fd, request, sizeof(request))) {
         if (write(fd, reply, sizeof(reply)) != static_cast<ssize_t>(sizeof(reply))) return;
     }
 }
@@ -79,7 +70,7 @@ void rawRoundTrip() {
     char request[kRequestSize] = {'q'};
     char reply[kReplySize];
     if (write(gSetup.rawFd, request, sizeof(request)) != static_cast<ssize_t>(sizeof(request)) ||
-        !readFull(gSetup.rawFd, reply, sizeof(reply))) {
+        !dolmbench::readFull(gSetup.rawFd, reply, sizeof(reply))) {
         abort();
     }
 }

@@ -120,6 +120,17 @@ pid_t spawnSelf(const std::vector<std::string>& args) {
     return child;
 }
 
+bool readFull(int fd, void* data, size_t size) {
+    auto* bytes = static_cast<char*>(data);
+    while (size > 0) {
+        ssize_t got = read(fd, bytes, size);
+        if (got <= 0) return false;
+        bytes += got;
+        size -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
 void stopChild(pid_t child) {
     if (child > 0) {
         kill(child, SIGKILL);

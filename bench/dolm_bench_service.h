@@ -34,6 +34,9 @@ class PrivateRegistry {
  */
 pid_t spawnSelf(const std::vector<std::string>& args);
 
+/** Reads exactly \p size bytes; false on end of file or error. */
+bool readFull(int fd, void* data, size_t size);
+
 /** Kills and reaps a child started by spawnSelf. */
 void stopChild(pid_t child);
 

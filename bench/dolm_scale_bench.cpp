@@ -32,17 +32,6 @@ bool writeFull(int fd, const void* data, size_t size) {
     return write(fd, data, size) == static_cast<ssize_t>(size);
 }
 
-bool readFull(int fd, void* data, size_t size) {
-    auto* bytes = static_cast<char*>(data);
-    while (size > 0) {
-        ssize_t got = read(fd, bytes, size);
-        if (got <= 0) return false;
-        bytes += got;
-        size -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
 // Pipes between the bench and its client processes.
 struct Pipes {
     int ready[2];   // client -> bench: one byte once connected and warmed up
@@ -70,7 +59,8 @@ struct Pipes {
         }
         for (std::thread& thread : warmers) thread.join();
         char byte = 'r';
-        if (ok && writeFull(pipes.ready[1], &byte, 1) && readFull(pipes.go[0], &byte, 1)) {
+        if (ok && writeFull(pipes.ready[1], &byte, 1) &&
+            dolmbench::readFull(pipes.go[0], &byte, 1)) {
             std::atomic<int64_t> calls{0};
             std::atomic<bool> failed{false};
             const Clock::time_point deadline = Clock::now() + duration;
@@ -115,14 +105,14 @@ double runRow(int clients, Clock::duration duration) {
     bool ok = static_cast<int>(children.size()) == clients;
     for (int c = 0; c < clients && ok; ++c) {
         char byte = 0;
-        ok = readFull(pipes.ready[0], &byte, 1) && byte == 'r';
+        ok = dolmbench::readFull(pipes.ready[0], &byte, 1) && byte == 'r';
     }
     std::vector<char> start(static_cast<size_t>(clients), 'g');
     ok = ok && writeFull(pipes.go[1], start.data(), start.size());
     int64_t total = 0;
     for (int c = 0; c < clients && ok; ++c) {
         int64_t calls = -1;
-        ok = readFull(pipes.result[0], &calls, sizeof(calls)) && calls >= 0;
+        ok = dolmbench::readFull(pipes.result[0], &calls, sizeof(calls)) && calls >= 0;
         total += calls;
     }
     for (pid_t child : children) {
