@@ -190,32 +190,6 @@ TEST_F(TransportTest, AssociateClassOnProxyComparesRemoteDescriptor) {
     EXPECT_EQ(AIBinder_getClass(proxy.get()), echoClass());
 }
 
-// The child calls back while it handles the call: the calling thread, which
-// waits for the answer, runs the callback, as the driver does on a device.
-TEST_F(TransportTest, CallbackDuringCallRunsOnCallingThread) {
-    ChildServer child(kInstance);
-    ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    Observed observed;
-    ndk::SpAIBinder callback = newCallback(&observed);
-
-    int32_t result = 0;
-    ASSERT_EQ(callWithBinder(proxy.get(), kCallBack, callback.get(), "ping", &result), STATUS_OK);
-    EXPECT_EQ(result, getpid());  // the callback ran in this process
-    {
-        std::lock_guard<std::mutex> lock(observed.mutex);
-        EXPECT_EQ(observed.calls, 1);
-        EXPECT_EQ(observed.lastText, "ping");
-        EXPECT_EQ(observed.lastThread, std::this_thread::get_id());
-    }
-    // The child's release of the callback arrives on a binder thread, maybe
-    // after this body: the object must be gone before `observed` is.
-    callback.set(nullptr);
-    child.kill();
-    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
-}
-
 TEST_F(TransportTest, ObjectReadBackInItsOwnProcessIsTheLocalObject) {
     Observed echoState;
     ndk::SpAIBinder service = newEcho(&echoState);
