@@ -54,7 +54,7 @@ class FrameBuffer {
 
   private:
     static constexpr size_t kInitialSize = 4096;
-    static constexpr size_t kKeepSize = 64 * 1024;  // a larger buffer is dropped once empty
+    static constexpr size_t kKeepSize = size_t{64} * 1024;  // a larger buffer is dropped once empty
 
     uint32_t mMaxFrame;
     std::vector<uint8_t> mBuffer;
