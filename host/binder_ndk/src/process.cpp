@@ -87,11 +87,13 @@ void ThreadPool::serve(std::unique_ptr<Served> owned) {
         served->mId = mNextServedId++;
         mServed.emplace(served->mId, served);
     }
+    // Asked before the connection is armed: from then on a pool thread may own it.
+    bool buffered = served->hasBuffered();
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
     event.data.u64 = served->mId;
     epoll_ctl(mEpollFd, EPOLL_CTL_ADD, served->fd(), &event);
-    if (served->hasBuffered()) {
+    if (buffered) {
         // A request came with the hello: no readiness event will announce it.
         submit([this, served] { drive(served); });
     }
