@@ -24,6 +24,11 @@ class ByteView {
     ByteView(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
     const uint8_t* data() const { return mData; }
     size_t size() const { return mSize; }
+    /** Same bytes (not the same place). */
+    bool operator==(const ByteView& other) const {
+        return mSize == other.mSize && (mSize == 0 || std::memcmp(mData, other.mData, mSize) == 0);
+    }
+    bool operator!=(const ByteView& other) const { return !(*this == other); }
 
   private:
     const uint8_t* mData;
