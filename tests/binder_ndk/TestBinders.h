@@ -66,8 +66,14 @@ struct Deaths {
     std::mutex mutex;
     std::condition_variable changed;
     int count = 0;
+    // Last: deleted (and so unlinked) before what its notifications touch.
+    ndk::ScopedAIBinder_DeathRecipient recipient{AIBinder_DeathRecipient_new(onDied)};
 
     static void onDied(void* cookie);
+    /** Links this object's recipient to \p binder's death. */
+    binder_status_t link(AIBinder* binder) {
+        return AIBinder_linkToDeath(binder, recipient.get(), this);
+    }
     /** Waits until \p total arrived or \p limit passes. */
     bool waitFor(int total, std::chrono::milliseconds limit = kWaitLimit);
 };

@@ -130,8 +130,7 @@ TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
     ASSERT_NE(callerProxy.get(), nullptr);
     ASSERT_NE(dyingProxy.get(), nullptr);
     Deaths deaths;
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(dyingProxy.get(), recipient.get(), &deaths), STATUS_OK);
+    ASSERT_EQ(deaths.link(dyingProxy.get()), STATUS_OK);
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
 
@@ -173,8 +172,7 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
     ndk::SpAIBinder proxy = getEcho(kInstance);
     ASSERT_NE(proxy.get(), nullptr);
     Deaths deaths;
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), recipient.get(), &deaths), STATUS_OK);
+    ASSERT_EQ(deaths.link(proxy.get()), STATUS_OK);
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;

@@ -141,8 +141,7 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     ASSERT_NE(holderProxy.get(), nullptr);
     ASSERT_NE(dyingProxy.get(), nullptr);
     Deaths deaths;
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Deaths::onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(dyingProxy.get(), recipient.get(), &deaths), STATUS_OK);
+    ASSERT_EQ(deaths.link(dyingProxy.get()), STATUS_OK);
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
