@@ -95,11 +95,11 @@ void ThreadPool::serve(std::unique_ptr<Served> owned) {
     epoll_ctl(mEpollFd, EPOLL_CTL_ADD, served->fd(), &event);
     if (buffered) {
         // A request came with the hello: no readiness event will announce it.
-        submit([this, served] { drive(served); });
+        submit([this, served] { drive(served, true); });
     }
 }
 
-void ThreadPool::drive(const std::shared_ptr<Served>& served) {
+void ThreadPool::drive(const std::shared_ptr<Served>& served, bool counted) {
     std::atomic<int>& state = served->mState;
     int seen = state.load(std::memory_order_acquire);
     for (;;) {
@@ -113,7 +113,7 @@ void ThreadPool::drive(const std::shared_ptr<Served>& served) {
             return;  // already to be looked at again, or ended
         }
     }
-    beginWork();
+    if (!counted) beginWork();
     for (;;) {
         if (!served->serveAvailable()) {
             state.store(Served::kClosed, std::memory_order_release);
@@ -126,7 +126,7 @@ void ThreadPool::drive(const std::shared_ptr<Served>& served) {
         if (state.compare_exchange_strong(busy, Served::kIdle, std::memory_order_acq_rel)) break;
         state.store(Served::kBusy, std::memory_order_relaxed);  // was kAgain: more arrived
     }
-    endWork();
+    if (!counted) endWork();
 }
 
 void ThreadPool::runJob() {
@@ -182,7 +182,7 @@ void ThreadPool::work() {
             if (it == mServed.end()) continue;  // ended meanwhile
             served = it->second;
         }
-        drive(served);
+        drive(served, false);
     }
 }
 

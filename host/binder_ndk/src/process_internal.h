@@ -70,8 +70,11 @@ class ThreadPool {
 
   private:
     void work();
-    /** Serves \p served on this thread unless another one does (which then looks again). */
-    void drive(const std::shared_ptr<Served>& served);
+    /**
+     * Serves \p served on this thread unless another one does (which then
+     * looks again). \p counted: the thread is counted busy already (a job).
+     */
+    void drive(const std::shared_ptr<Served>& served, bool counted);
     void runJob();
     void beginWork();
     void endWork();
