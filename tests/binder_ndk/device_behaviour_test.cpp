@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -92,34 +93,22 @@ TEST_F(DeviceBehaviourTest, ServiceWithOneThreadMakesTheSecondCallerWait) {
     EchoChild child(kInstance, {"--one-thread"});
     ASSERT_TRUE(child.ready());
 
-    binder_status_t firstStatus = STATUS_UNKNOWN_ERROR;
-    int32_t unused = 0;
-    std::thread first([&] { firstStatus = callInt(child.proxy(), kWaitGo, &unused); });
+    // A call on a thread of its own: its status and the int32 it answered.
+    auto callOnThread = [&child](transaction_code_t code) {
+        return std::async(std::launch::async, [&child, code] {
+            int32_t answer = -1;
+            binder_status_t status = callInt(child.proxy(), code, &answer);
+            return std::make_pair(status, answer);
+        });
+    };
+    auto first = callOnThread(kWaitGo);
     EXPECT_EQ(child.nextLine(), "waiting");
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool secondDone = false;
-    binder_status_t secondStatus = STATUS_UNKNOWN_ERROR;
-    int32_t waitingWhenServed = -1;
-    std::thread second([&] {
-        int32_t waiting = -1;
-        binder_status_t status = callInt(child.proxy(), kWaitingCount, &waiting);
-        std::lock_guard<std::mutex> lock(mutex);
-        secondStatus = status;
-        waitingWhenServed = waiting;
-        secondDone = true;
-        changed.notify_all();
-    });
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        EXPECT_FALSE(changed.wait_for(lock, kWrongAnswerWindow, [&] { return secondDone; }))
-                << "the second call was served while the only thread was busy";
-    }
+    auto second = callOnThread(kWaitingCount);
+    EXPECT_EQ(second.wait_for(kWrongAnswerWindow), std::future_status::timeout)
+            << "the second call was served while the only thread was busy";
     EXPECT_TRUE(child.sendLine("go"));
-    first.join();
-    second.join();
-    EXPECT_EQ(firstStatus, STATUS_OK);
+    EXPECT_EQ(first.get().first, STATUS_OK);
+    auto [secondStatus, waitingWhenServed] = second.get();
     EXPECT_EQ(secondStatus, STATUS_OK);
     EXPECT_EQ(waitingWhenServed, 0);
 }
