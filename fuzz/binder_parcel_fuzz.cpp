@@ -28,111 +28,64 @@ constexpr size_t kReads = 8;
 // The read that sets the position from an int32 it reads.
 constexpr int kSetPosition = 21;
 
+// One read of a T with `read`, whatever its outcome.
+template <typename T>
+void readAs(const AParcel* parcel, binder_status_t (*read)(const AParcel*, T*)) {
+    T value{};
+    read(parcel, &value);
+}
+
+template <typename T>
+void readVector(const AParcel* parcel) {
+    T value;
+    AParcel_readVector(parcel, &value);
+}
+
 // Runs read number `op`; a failed read leaves the position where the reader
 // left it, as it would for a caller that ignores the failure.
 void readOne(const AParcel* parcel, uint8_t op) {
     switch (op % 24) {
-        case 0: {
-            int32_t value = 0;
-            AParcel_readInt32(parcel, &value);
-            break;
-        }
-        case 1: {
-            uint32_t value = 0;
-            AParcel_readUint32(parcel, &value);
-            break;
-        }
-        case 2: {
-            int64_t value = 0;
-            AParcel_readInt64(parcel, &value);
-            break;
-        }
-        case 3: {
-            uint64_t value = 0;
-            AParcel_readUint64(parcel, &value);
-            break;
-        }
-        case 4: {
-            float value = 0;
-            AParcel_readFloat(parcel, &value);
-            double other = 0;
-            AParcel_readDouble(parcel, &other);
-            break;
-        }
-        case 5: {
-            bool value = false;
-            AParcel_readBool(parcel, &value);
-            char16_t c = 0;
-            AParcel_readChar(parcel, &c);
-            int8_t b = 0;
-            AParcel_readByte(parcel, &b);
-            break;
-        }
-        case 6: {
-            std::string value;
-            AParcel_readString(parcel, &value);
-            break;
-        }
-        case 7: {
-            std::optional<std::string> value;
-            AParcel_readString(parcel, &value);
-            break;
-        }
-        case 8: {
-            std::vector<std::string> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 9: {
-            std::optional<std::vector<std::optional<std::string>>> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 10: {
-            std::vector<int32_t> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 11: {
-            std::optional<std::vector<int64_t>> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 12: {
-            std::vector<bool> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 13: {
-            std::vector<uint8_t> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 14: {
-            std::optional<std::vector<float>> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 15: {
-            std::vector<double> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 16: {
-            std::vector<char16_t> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        case 17: {
-            ::ndk::SpAIBinder binder;
-            AParcel_readNullableStrongBinder(parcel, &binder);
-            break;
-        }
-        case 18: {
-            ::ndk::SpAIBinder binder;
-            AParcel_readRequiredStrongBinder(parcel, &binder);
-            break;
-        }
+        case 0:
+            return readAs(parcel, AParcel_readInt32);
+        case 1:
+            return readAs(parcel, AParcel_readUint32);
+        case 2:
+            return readAs(parcel, AParcel_readInt64);
+        case 3:
+            return readAs(parcel, AParcel_readUint64);
+        case 4:
+            readAs(parcel, AParcel_readFloat);
+            return readAs(parcel, AParcel_readDouble);
+        case 5:
+            readAs(parcel, AParcel_readBool);
+            readAs(parcel, AParcel_readChar);
+            return readAs(parcel, AParcel_readByte);
+        case 6:
+            return readAs<std::string>(parcel, AParcel_readString);
+        case 7:
+            return readAs<std::optional<std::string>>(parcel, AParcel_readString);
+        case 8:
+            return readVector<std::vector<std::string>>(parcel);
+        case 9:
+            return readVector<std::optional<std::vector<std::optional<std::string>>>>(parcel);
+        case 10:
+            return readVector<std::vector<int32_t>>(parcel);
+        case 11:
+            return readVector<std::optional<std::vector<int64_t>>>(parcel);
+        case 12:
+            return readVector<std::vector<bool>>(parcel);
+        case 13:
+            return readVector<std::vector<uint8_t>>(parcel);
+        case 14:
+            return readVector<std::optional<std::vector<float>>>(parcel);
+        case 15:
+            return readVector<std::vector<double>>(parcel);
+        case 16:
+            return readVector<std::vector<char16_t>>(parcel);
+        case 17:
+            return readAs(parcel, AParcel_readNullableStrongBinder);
+        case 18:
+            return readAs(parcel, AParcel_readRequiredStrongBinder);
         case 19: {
             AStatus* status = nullptr;
             if (AParcel_readStatusHeader(parcel, &status) == STATUS_OK) {
@@ -141,29 +94,21 @@ void readOne(const AParcel* parcel, uint8_t op) {
             } else if (status != nullptr) {
                 abort();  // a failed read creates no status
             }
-            break;
+            return;
         }
-        case 20: {
-            ::ndk::ScopedFileDescriptor fd;
-            AParcel_readNullableParcelFileDescriptor(parcel, &fd);
-            break;
-        }
+        case 20:
+            return readAs(parcel, AParcel_readNullableParcelFileDescriptor);
         case kSetPosition: {
             int32_t position = 0;
             if (AParcel_readInt32(parcel, &position) == STATUS_OK) {
                 AParcel_setDataPosition(parcel, position);
             }
-            break;
+            return;
         }
-        case 22: {
-            std::vector<int8_t> value;
-            AParcel_readVector(parcel, &value);
-            break;
-        }
-        default: {
-            std::optional<std::vector<std::string>> value;
-            AParcel_readVector(parcel, &value);
-        }
+        case 22:
+            return readVector<std::vector<int8_t>>(parcel);
+        default:
+            return readVector<std::optional<std::vector<std::string>>>(parcel);
     }
 }
 

@@ -76,6 +76,11 @@ struct Deaths {
     }
     /** Waits until \p total arrived or \p limit passes. */
     bool waitFor(int total, std::chrono::milliseconds limit = kWaitLimit);
+    /** How many arrived so far. */
+    int arrived() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return count;
+    }
 };
 
 AIBinder_Class* echoClass();

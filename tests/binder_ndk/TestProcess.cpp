@@ -114,4 +114,27 @@ void ChildServer::kill() {
     }
 }
 
+EchoChild::EchoChild(const char* instance, const std::vector<std::string>& options)
+    : ChildServer(instance, options) {
+    if (ChildServer::ready()) mProxy = getEcho(instance);
+}
+
+HolderAndDying::HolderAndDying(const char* holderInstance, const char* dyingInstance)
+    : holder(holderInstance),
+      dying(dyingInstance),
+      linked(dying.ready() ? deaths.link(dying.proxy()) : STATUS_DEAD_OBJECT),
+      callback(newCallback(&observed)) {}
+
+binder_status_t HolderAndDying::callBackLater(const std::string& text) {
+    int32_t unused = 0;
+    binder_status_t status = callWithBinder(holder.proxy(), kHold, callback.get(), "", &unused);
+    return status == STATUS_OK ? callHeldLater(holder.proxy(), text) : status;
+}
+
+bool HolderAndDying::callbackGoesWithHolder() {
+    callback.set(nullptr);
+    holder.kill();
+    return observed.waitFor([&] { return observed.destroyed == 1; });
+}
+
 }  // namespace bindertest

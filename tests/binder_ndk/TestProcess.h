@@ -2,11 +2,14 @@
 // helper server run as a child process.
 #pragma once
 
+#include <android/binder_auto_utils.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <string>
 #include <vector>
+
+#include "TestBinders.h"
 
 namespace bindertest {
 
@@ -50,6 +53,39 @@ class ChildServer {
     int mInput = -1;
     bool mReady = false;
     std::string mPending;
+};
+
+/** The helper server under \p instance with a proxy to its echo service. */
+class EchoChild : public ChildServer {
+  public:
+    explicit EchoChild(const char* instance, const std::vector<std::string>& options = {});
+    /** True once the server is ready and its service was found. */
+    bool ready() const { return ChildServer::ready() && mProxy.get() != nullptr; }
+    AIBinder* proxy() const { return mProxy.get(); }
+
+  private:
+    ndk::SpAIBinder mProxy;
+};
+
+/**
+ * Two helper servers: a holder that takes a callback of this process and calls it from a
+ * thread of its own, and one that is to die, its death linked to `deaths`.
+ */
+struct HolderAndDying {
+    HolderAndDying(const char* holderInstance, const char* dyingInstance);
+    /** True once both servers are ready and the death link is made. */
+    bool ready() const { return holder.ready() && dying.ready() && linked == STATUS_OK; }
+    /** The holder takes the callback, then calls it with \p text from a thread of its own. */
+    binder_status_t callBackLater(const std::string& text);
+    /** Drops this process's reference and kills the holder; true once the callback is gone. */
+    bool callbackGoesWithHolder();
+
+    Observed observed;  // first: the holder's death may release the callback last
+    EchoChild holder;
+    EchoChild dying;
+    Deaths deaths;
+    binder_status_t linked;
+    ndk::SpAIBinder callback;
 };
 
 }  // namespace bindertest

@@ -121,41 +121,28 @@ class SlowHello {
 TEST_F(BadPeerTest, SlowHelloStallsNoOtherPeer) {
     ABinderProcess_startThreadPool();
     std::string path = endpointPath(mDir.path(), ownKey());
-    ChildServer caller(kInstance);
-    ChildServer dying(kOtherInstance);
-    ASSERT_TRUE(caller.ready());
-    ASSERT_TRUE(dying.ready());
-    ndk::SpAIBinder callerProxy = getEcho(kInstance);
-    ndk::SpAIBinder dyingProxy = getEcho(kOtherInstance);
-    ASSERT_NE(callerProxy.get(), nullptr);
-    ASSERT_NE(dyingProxy.get(), nullptr);
-    Deaths deaths;
-    ASSERT_EQ(deaths.link(dyingProxy.get()), STATUS_OK);
-    Observed observed;
-    ndk::SpAIBinder callback = newCallback(&observed);
+    HolderAndDying peers(kInstance, kOtherInstance);
+    ASSERT_TRUE(peers.ready());
+    Observed& observed = peers.observed;
 
-    // The caller knows nothing of this process yet: taking the callback and
+    // The holder knows nothing of this process yet: taking the callback and
     // calling it from a thread of its own opens its connections to us.
     SlowHello first(path);
-    int32_t result = 0;
-    EXPECT_EQ(callWithBinder(callerProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    EXPECT_EQ(callHeldLater(callerProxy.get(), "meanwhile"), STATUS_OK);
+    EXPECT_EQ(peers.callBackLater("meanwhile"), STATUS_OK);
     EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
     EXPECT_FALSE(first.cutOff()) << "the call was served only once the slow peer was cut off";
 
     SlowHello second(path);
-    dying.kill();
-    EXPECT_TRUE(deaths.waitFor(1));
+    peers.dying.kill();
+    EXPECT_TRUE(peers.deaths.waitFor(1));
     EXPECT_FALSE(second.cutOff()) << "the death notice came only once the slow peer was cut off";
 
     for (SlowHello* slow : {&first, &second}) {
         EXPECT_TRUE(slow->waitCutOff(std::chrono::seconds(20)))
                 << "the slow peer was not cut off (" << slow->progress() << ")";
     }
-    EXPECT_EQ(caller.nextLine(), "called 0");
-    callback.set(nullptr);
-    caller.kill();
-    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+    EXPECT_EQ(peers.holder.nextLine(), "called 0");
+    EXPECT_TRUE(peers.callbackGoesWithHolder());
 }
 
 // A third process sends a control hello that claims another process's key,
@@ -166,18 +153,17 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
     ABinderProcess_startThreadPool();
     std::string clientKey = ownKey();
     ASSERT_FALSE(clientKey.empty());
-    ChildServer service(kInstance);
+    EchoChild service(kInstance);
     ASSERT_TRUE(service.ready());
     std::string serviceKey = registeredKey(mDir.path(), kInstance);
-    ndk::SpAIBinder proxy = getEcho(kInstance);
-    ASSERT_NE(proxy.get(), nullptr);
+    AIBinder* proxy = service.proxy();
     Deaths deaths;
-    ASSERT_EQ(deaths.link(proxy.get()), STATUS_OK);
+    ASSERT_EQ(deaths.link(proxy), STATUS_OK);
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
     // The service links to the callback's death and reports "held died" if it fires.
-    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+    ASSERT_EQ(callWithBinder(proxy, kHold, callback.get(), "", &result), STATUS_OK);
 
     const struct {
         const char* name;
@@ -208,9 +194,9 @@ TEST_F(BadPeerTest, PeerClaimingAnotherProcesssKeyChangesNothing) {
         // Within the same window, the service would have reported the callback dead.
         EXPECT_EQ(service.nextLine(std::chrono::milliseconds(0)), "")
                 << "the service took the client for dead";
-        EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
-        EXPECT_TRUE(echoes(proxy.get()));
-        ASSERT_EQ(callHeldLater(proxy.get(), c.name), STATUS_OK);
+        EXPECT_TRUE(AIBinder_isAlive(proxy));
+        EXPECT_TRUE(echoes(proxy));
+        ASSERT_EQ(callHeldLater(proxy, c.name), STATUS_OK);
         EXPECT_EQ(service.nextLine(), "called 0");
         ++calls;
         EXPECT_TRUE(observed.waitFor([&] { return observed.calls == calls; }));
@@ -234,11 +220,9 @@ TEST_F(BadPeerTest, DeadPeersAreForgotten) {
     constexpr int kRestarts = 20;
     for (int i = 0; i < kRestarts; ++i) {
         SCOPED_TRACE("restart " + std::to_string(i));
-        ChildServer child(kInstance);
+        EchoChild child(kInstance);
         ASSERT_TRUE(child.ready());
-        ndk::SpAIBinder proxy = getEcho(kInstance);
-        ASSERT_NE(proxy.get(), nullptr);
-        EXPECT_TRUE(echoes(proxy.get()));
+        EXPECT_TRUE(echoes(child.proxy()));
         // This child and at most its predecessor, not yet found dead.
         EXPECT_LE(ABinderHost_getPeerCount(), 2u);
     }
@@ -278,10 +262,8 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        ChildServer child(kInstance);
+        EchoChild child(kInstance);
         ASSERT_TRUE(child.ready());
-        ndk::SpAIBinder proxy = getEcho(kInstance);
-        ASSERT_NE(proxy.get(), nullptr);
         std::string path = endpointPath(mDir.path(), registeredKey(mDir.path(), kInstance));
         const std::vector<uint8_t> hello = helloFrame(kHelloData, getpid(), keyOf(getpid()));
         {
@@ -290,7 +272,7 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
             ASSERT_TRUE(warmUp.send(hello));
             ASSERT_NE(warmUp.serviceNode(kInstance), 0u);
         }
-        ASSERT_TRUE(echoes(proxy.get()));
+        ASSERT_TRUE(echoes(child.proxy()));
         long before = peakMemoryKiB(child.pid());
         ASSERT_GT(before, 0);
 
@@ -306,7 +288,7 @@ TEST_F(BadPeerTest, HugeFrameIsRefusedBeforeItCostsMemory) {
         long after = peakMemoryKiB(child.pid());
         EXPECT_LT(after - before, kMaxGrowthKiB)
                 << "peak memory " << before << " -> " << after << " KiB";
-        EXPECT_TRUE(echoes(proxy.get()));
+        EXPECT_TRUE(echoes(child.proxy()));
     }
 }
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -40,10 +41,8 @@ class DeviceBehaviourTest : public ::testing::Test {
 // the service's thread that waits in turn.
 TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
     Observed states[2];  // outlive the child, which holds the callbacks
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = getEcho(kInstance);
-    ASSERT_NE(proxy.get(), nullptr);
     for (int row = 0; row < 2; ++row) {
         bool pool = row == 1;
         SCOPED_TRACE(pool ? "with a thread pool" : "without a thread pool");
@@ -55,7 +54,7 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
             std::lock_guard<std::mutex> lock(observed.mutex);
             observed.during = [&] {
                 int32_t thread = 0;
-                binder_status_t status = callInt(proxy.get(), kThreadId, &thread);
+                binder_status_t status = callInt(child.proxy(), kThreadId, &thread);
                 std::lock_guard<std::mutex> lock(observed.mutex);
                 nestedStatus = status;
                 nestedThread = thread;
@@ -65,7 +64,7 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
 
         int32_t result = 0;
         int32_t childThread = 0;
-        ASSERT_EQ(callWithBinder(proxy.get(), kCallBack, callback.get(), "nested", &result, 0,
+        ASSERT_EQ(callWithBinder(child.proxy(), kCallBack, callback.get(), "nested", &result, 0,
                                  &childThread),
                   STATUS_OK);
         EXPECT_EQ(result, getpid());
@@ -91,39 +90,25 @@ TEST_F(DeviceBehaviourTest, NestedCallRunsOnTheWaitingThread) {
 // A service with a single binder thread serves one call at a time: a second
 // caller waits until the first call returns, and both complete.
 TEST_F(DeviceBehaviourTest, ServiceWithOneThreadMakesTheSecondCallerWait) {
-    ChildServer child(kInstance, {"--one-thread"});
+    EchoChild child(kInstance, {"--one-thread"});
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = getEcho(kInstance);
-    ASSERT_NE(proxy.get(), nullptr);
 
-    binder_status_t firstStatus = STATUS_UNKNOWN_ERROR;
-    int32_t unused = 0;
-    std::thread first([&] { firstStatus = callInt(proxy.get(), kWaitGo, &unused); });
+    // A call on a thread of its own: its status and the int32 it answered.
+    auto callOnThread = [&child](transaction_code_t code) {
+        return std::async(std::launch::async, [&child, code] {
+            int32_t answer = -1;
+            binder_status_t status = callInt(child.proxy(), code, &answer);
+            return std::make_pair(status, answer);
+        });
+    };
+    auto first = callOnThread(kWaitGo);
     EXPECT_EQ(child.nextLine(), "waiting");
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool secondDone = false;
-    binder_status_t secondStatus = STATUS_UNKNOWN_ERROR;
-    int32_t waitingWhenServed = -1;
-    std::thread second([&] {
-        int32_t waiting = -1;
-        binder_status_t status = callInt(proxy.get(), kWaitingCount, &waiting);
-        std::lock_guard<std::mutex> lock(mutex);
-        secondStatus = status;
-        waitingWhenServed = waiting;
-        secondDone = true;
-        changed.notify_all();
-    });
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        EXPECT_FALSE(changed.wait_for(lock, kWrongAnswerWindow, [&] { return secondDone; }))
-                << "the second call was served while the only thread was busy";
-    }
+    auto second = callOnThread(kWaitingCount);
+    EXPECT_EQ(second.wait_for(kWrongAnswerWindow), std::future_status::timeout)
+            << "the second call was served while the only thread was busy";
     EXPECT_TRUE(child.sendLine("go"));
-    first.join();
-    second.join();
-    EXPECT_EQ(firstStatus, STATUS_OK);
+    EXPECT_EQ(first.get().first, STATUS_OK);
+    auto [secondStatus, waitingWhenServed] = second.get();
     EXPECT_EQ(secondStatus, STATUS_OK);
     EXPECT_EQ(waitingWhenServed, 0);
 }
@@ -132,27 +117,16 @@ TEST_F(DeviceBehaviourTest, ServiceWithOneThreadMakesTheSecondCallerWait) {
 // own and no death notification, though its proxy to a dead process turns
 // dead; both arrive once it starts its pool.
 TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
-    ChildServer holder(kInstance);
-    ChildServer dying(kDyingInstance);
-    ASSERT_TRUE(holder.ready());
-    ASSERT_TRUE(dying.ready());
-    ndk::SpAIBinder holderProxy = getEcho(kInstance);
-    ndk::SpAIBinder dyingProxy = getEcho(kDyingInstance);
-    ASSERT_NE(holderProxy.get(), nullptr);
-    ASSERT_NE(dyingProxy.get(), nullptr);
-    Deaths deaths;
-    ASSERT_EQ(deaths.link(dyingProxy.get()), STATUS_OK);
-    Observed observed;
-    ndk::SpAIBinder callback = newCallback(&observed);
-    int32_t result = 0;
-    ASSERT_EQ(callWithBinder(holderProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    ASSERT_EQ(callHeldLater(holderProxy.get(), "late"), STATUS_OK);
+    HolderAndDying peers(kInstance, kDyingInstance);
+    ASSERT_TRUE(peers.ready());
+    Observed& observed = peers.observed;
+    ASSERT_EQ(peers.callBackLater("late"), STATUS_OK);
 
-    dying.kill();
+    peers.dying.kill();
     std::optional<std::string> text;
     int32_t value = 0;
-    EXPECT_EQ(callEcho(dyingProxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
-    EXPECT_FALSE(deaths.waitFor(1, kWrongAnswerWindow))
+    EXPECT_EQ(callEcho(peers.dying.proxy(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
+    EXPECT_FALSE(peers.deaths.waitFor(1, kWrongAnswerWindow))
             << "death notification delivered without a thread pool";
     {
         std::lock_guard<std::mutex> lock(observed.mutex);
@@ -160,13 +134,11 @@ TEST_F(DeviceBehaviourTest, WithoutAPoolNothingArrivesUntilOneStarts) {
     }
 
     ABinderProcess_startThreadPool();
-    EXPECT_TRUE(deaths.waitFor(1));
+    EXPECT_TRUE(peers.deaths.waitFor(1));
     EXPECT_TRUE(
             observed.waitFor([&] { return observed.calls == 1 && observed.lastText == "late"; }));
-    EXPECT_EQ(holder.nextLine(), "called 0");
-    callback.set(nullptr);
-    holder.kill();
-    EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
+    EXPECT_EQ(peers.holder.nextLine(), "called 0");
+    EXPECT_TRUE(peers.callbackGoesWithHolder());
 }
 
 // AIBinder_getCallingPid/Uid: this process's own outside any call; the
@@ -176,10 +148,9 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
     EXPECT_EQ(AIBinder_getCallingPid(), getpid());
     EXPECT_EQ(AIBinder_getCallingUid(), getuid());
     ABinderProcess_startThreadPool();
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = getEcho(kInstance);
-    ASSERT_NE(proxy.get(), nullptr);
+    AIBinder* proxy = child.proxy();
 
     int32_t pid = 0;
     int32_t uid = -1;
@@ -188,7 +159,7 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
         return status == STATUS_OK ? AParcel_readInt32(out, &uid) : status;
     };
     ASSERT_EQ(callEchoService(
-                      proxy.get(), kCallingId, [](AParcel*) { return STATUS_OK; }, readId),
+                      proxy, kCallingId, [](AParcel*) { return STATUS_OK; }, readId),
               STATUS_OK);
     EXPECT_EQ(pid, getpid());
     EXPECT_EQ(uid, static_cast<int32_t>(getuid()));
@@ -196,8 +167,8 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
-    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
-    ASSERT_EQ(callHeldLater(proxy.get(), "id"), STATUS_OK);
+    ASSERT_EQ(callWithBinder(proxy, kHold, callback.get(), "", &result), STATUS_OK);
+    ASSERT_EQ(callHeldLater(proxy, "id"), STATUS_OK);
     EXPECT_TRUE(observed.waitFor([&] { return observed.calls == 1; }));
     {
         std::lock_guard<std::mutex> lock(observed.mutex);
@@ -230,10 +201,8 @@ TEST_F(DeviceBehaviourTest, CallingIdentityNamesTheCallingProcess) {
 // The limit is 1 MiB - 8 KiB per transaction, checked on the sender for
 // requests and replies alike; the service stays usable after a refusal.
 TEST_F(DeviceBehaviourTest, TransactionsOverTheSizeLimitFailAndTheServiceGoesOn) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy = getEcho(kInstance);
-    ASSERT_NE(proxy.get(), nullptr);
     constexpr size_t kLimit = (1u << 20) - (8u << 10);
     const struct {
         const char* name;
@@ -249,7 +218,7 @@ TEST_F(DeviceBehaviourTest, TransactionsOverTheSizeLimitFailAndTheServiceGoesOn)
         SCOPED_TRACE(c.name);
         std::string received;
         binder_status_t status = callEchoService(
-                proxy.get(), kSized,
+                child.proxy(), kSized,
                 [&](AParcel* in) {
                     binder_status_t written =
                             ndk::AParcel_writeString(in, std::string(c.request, 'r'));
@@ -264,7 +233,7 @@ TEST_F(DeviceBehaviourTest, TransactionsOverTheSizeLimitFailAndTheServiceGoesOn)
         }
         std::optional<std::string> text;
         int32_t value = 0;
-        ASSERT_EQ(callEcho(proxy.get(), std::string("after"), 3, &text, &value), STATUS_OK);
+        ASSERT_EQ(callEcho(child.proxy(), std::string("after"), 3, &text, &value), STATUS_OK);
         EXPECT_EQ(value, 6);
     }
 }

@@ -4,7 +4,6 @@
 #include <android/binder_parcel_utils.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <optional>
 #include <string>
@@ -35,20 +34,40 @@ class ParcelTest : public ::testing::Test {
   protected:
     void SetUp() override {
         mBinder = newEcho(&mObserved);
-        ASSERT_EQ(AIBinder_prepareTransaction(mBinder.get(), mParcel.getR()), STATUS_OK);
-        mStart = AParcel_getDataPosition(mParcel.get());
+        refill({});
     }
     AParcel* parcel() { return mParcel.get(); }
     void rewind() { ASSERT_EQ(AParcel_setDataPosition(parcel(), mStart), STATUS_OK); }
-
+    /** Replaces the parcel with a fresh one that holds only \p words, positioned after them. */
+    void refill(const std::vector<int32_t>& words) {
+        mParcel.set(nullptr);
+        ASSERT_EQ(AIBinder_prepareTransaction(mBinder.get(), mParcel.getR()), STATUS_OK);
+        mStart = AParcel_getDataPosition(parcel());
+        writeInts(words);
+    }
+    void writeInts(const std::vector<int32_t>& words) {
+        for (int32_t word : words) ASSERT_EQ(AParcel_writeInt32(parcel(), word), STATUS_OK);
+    }
+    /** The next value, read with \p read, which must succeed. */
     template <typename T>
-    T roundTrip(const T& value) {
+    T readValue(binder_status_t (*read)(const AParcel*, T*)) {
+        T value{};
+        EXPECT_EQ(read(parcel(), &value), STATUS_OK);
+        return value;
+    }
+    /** Each of \p values, written as a vector at the start, reads back equal. */
+    template <typename... T>
+    void expectRoundTrips(const T&... values) {
+        (expectRoundTrip(values), ...);
+    }
+    template <typename T>
+    void expectRoundTrip(const T& value) {
         rewind();
-        EXPECT_EQ(ndk::AParcel_writeVector(parcel(), value), STATUS_OK);
+        ASSERT_EQ(ndk::AParcel_writeVector(parcel(), value), STATUS_OK);
         rewind();
         T read{};
-        EXPECT_EQ(ndk::AParcel_readVector(parcel(), &read), STATUS_OK);
-        return read;
+        ASSERT_EQ(ndk::AParcel_readVector(parcel(), &read), STATUS_OK);
+        EXPECT_EQ(read, value);
     }
 
     Observed mObserved;
@@ -70,37 +89,20 @@ TEST_F(ParcelTest, PrimitivesRoundTrip) {
     // Every value takes a multiple of 4 bytes, narrow ones exactly 4.
     EXPECT_EQ(AParcel_getDataPosition(parcel()) - mStart, 4 + 4 + 8 + 8 + 4 + 8 + 4 + 4 + 4);
     rewind();
-    int32_t i32 = 0;
-    uint32_t u32 = 0;
-    int64_t i64 = 0;
-    uint64_t u64 = 0;
-    float f = 0;
-    double d = 0;
-    bool b = false;
-    char16_t c = 0;
-    int8_t byte = 0;
-    EXPECT_EQ(AParcel_readInt32(parcel(), &i32), STATUS_OK);
-    EXPECT_EQ(AParcel_readUint32(parcel(), &u32), STATUS_OK);
-    EXPECT_EQ(AParcel_readInt64(parcel(), &i64), STATUS_OK);
-    EXPECT_EQ(AParcel_readUint64(parcel(), &u64), STATUS_OK);
-    EXPECT_EQ(AParcel_readFloat(parcel(), &f), STATUS_OK);
-    EXPECT_EQ(AParcel_readDouble(parcel(), &d), STATUS_OK);
-    EXPECT_EQ(AParcel_readBool(parcel(), &b), STATUS_OK);
-    EXPECT_EQ(AParcel_readChar(parcel(), &c), STATUS_OK);
-    EXPECT_EQ(AParcel_readByte(parcel(), &byte), STATUS_OK);
-    EXPECT_EQ(i32, INT32_MIN);
-    EXPECT_EQ(u32, UINT32_MAX);
-    EXPECT_EQ(i64, INT64_MIN);
-    EXPECT_EQ(u64, UINT64_MAX);
-    EXPECT_EQ(f, -1.5f);
-    EXPECT_TRUE(std::isinf(d));
-    EXPECT_TRUE(b);
-    EXPECT_EQ(c, u'\u00e9');
-    EXPECT_EQ(byte, -128);
+    EXPECT_EQ(readValue(AParcel_readInt32), INT32_MIN);
+    EXPECT_EQ(readValue(AParcel_readUint32), UINT32_MAX);
+    EXPECT_EQ(readValue(AParcel_readInt64), INT64_MIN);
+    EXPECT_EQ(readValue(AParcel_readUint64), UINT64_MAX);
+    EXPECT_EQ(readValue(AParcel_readFloat), -1.5f);
+    EXPECT_EQ(readValue(AParcel_readDouble), std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(readValue(AParcel_readBool));
+    EXPECT_EQ(readValue(AParcel_readChar), u'\u00e9');
+    EXPECT_EQ(readValue(AParcel_readByte), -128);
     // Past the end: an error, and the output is left alone.
-    i32 = 99;
+    int32_t i32 = 99;
     EXPECT_EQ(AParcel_readInt32(parcel(), &i32), STATUS_NOT_ENOUGH_DATA);
     EXPECT_EQ(i32, 99);
+    int64_t i64 = 0;
     EXPECT_EQ(AParcel_readInt64(parcel(), &i64), STATUS_NOT_ENOUGH_DATA);
 }
 
@@ -109,28 +111,16 @@ TEST_F(ParcelTest, DataPosition) {
     ASSERT_EQ(AParcel_setDataPosition(parcel(), mStart + 64), STATUS_OK);
     int32_t value = 0;
     EXPECT_EQ(AParcel_readInt32(parcel(), &value), STATUS_NOT_ENOUGH_DATA);
-    // Writing back at an earlier position overwrites in place.
+    // Writing back at an earlier position overwrites in place; a write past
+    // the end fills the gap with zeros; one beyond the 64 MiB cap fails.
     rewind();
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 1), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 2), STATUS_OK);
+    writeInts({1, 2});
     rewind();
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 3), STATUS_OK);
-    rewind();
-    int32_t first = 0;
-    int32_t second = 0;
-    EXPECT_EQ(AParcel_readInt32(parcel(), &first), STATUS_OK);
-    EXPECT_EQ(AParcel_readInt32(parcel(), &second), STATUS_OK);
-    EXPECT_EQ(first, 3);
-    EXPECT_EQ(second, 2);
-    // A write past the end fills the gap with zeros; one beyond the 64 MiB cap fails.
+    writeInts({3});
     ASSERT_EQ(AParcel_setDataPosition(parcel(), mStart + 16), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 7), STATUS_OK);
+    writeInts({7});
     rewind();
-    std::vector<int32_t> words(5, -1);
-    for (int32_t& word : words) {
-        EXPECT_EQ(AParcel_readInt32(parcel(), &word), STATUS_OK);
-    }
-    EXPECT_EQ(words, (std::vector<int32_t>{3, 2, 0, 0, 7}));
+    for (int32_t word : {3, 2, 0, 0, 7}) EXPECT_EQ(readValue(AParcel_readInt32), word);
     ASSERT_EQ(AParcel_setDataPosition(parcel(), (64 << 20) - 2), STATUS_OK);
     EXPECT_EQ(AParcel_writeInt32(parcel(), 1), STATUS_NO_MEMORY);
 }
@@ -182,22 +172,18 @@ TEST_F(ParcelTest, MalformedStringsFailCleanly) {
     };
     for (const MalformedCase& c : cases) {
         SCOPED_TRACE(c.name);
-        ndk::ScopedAParcel fresh;
-        ASSERT_EQ(AIBinder_prepareTransaction(mBinder.get(), fresh.getR()), STATUS_OK);
-        int32_t start = AParcel_getDataPosition(fresh.get());
-        for (int32_t word : c.words) ASSERT_EQ(AParcel_writeInt32(fresh.get(), word), STATUS_OK);
-        ASSERT_EQ(AParcel_setDataPosition(fresh.get(), start), STATUS_OK);
+        refill(c.words);
+        rewind();
         std::optional<std::string> text = std::string("kept");
-        EXPECT_EQ(ndk::AParcel_readString(fresh.get(), &text), c.expected);
+        EXPECT_EQ(ndk::AParcel_readString(parcel(), &text), c.expected);
         EXPECT_EQ(text, "kept");
-        EXPECT_EQ(AParcel_getDataPosition(fresh.get()), start);
+        EXPECT_EQ(AParcel_getDataPosition(parcel()), mStart);
     }
 }
 
 TEST_F(ParcelTest, TruncatedDataFailsForEveryReader) {
     // A fresh parcel with only an array length of 3 and one element.
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 3), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 7), STATUS_OK);
+    writeInts({3, 7});
     auto check = [&](const char* name, binder_status_t status) {
         SCOPED_TRACE(name);
         EXPECT_TRUE(status == STATUS_NOT_ENOUGH_DATA || status == STATUS_BAD_VALUE) << status;
@@ -219,45 +205,29 @@ TEST_F(ParcelTest, TruncatedDataFailsForEveryReader) {
     check("parcelable", ndk::AParcel_readVector(parcel(), &points));
     // Byte arrays are packed: 3 bytes fit in the remaining word, so ask for more.
     rewind();
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 9), STATUS_OK);
+    writeInts({9});
     rewind();
     check("byte", ndk::AParcel_readVector(parcel(), &bytes));
     AIBinder* binder = nullptr;
     rewind();
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 1), STATUS_OK);  // an object...
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 5), STATUS_OK);  // ...at an index out of range
+    writeInts({1, 5});  // an object at an index out of range
     rewind();
     check("binder", AParcel_readStrongBinder(parcel(), &binder));
     EXPECT_EQ(binder, nullptr);
 }
 
 TEST_F(ParcelTest, PrimitiveVectorsKeepNullAndEmptyApart) {
-    EXPECT_EQ(roundTrip(std::vector<int32_t>{1, -2, INT32_MAX}),
-              (std::vector<int32_t>{1, -2, INT32_MAX}));
-    EXPECT_EQ(roundTrip(std::vector<uint64_t>{UINT64_MAX, 0}),
-              (std::vector<uint64_t>{UINT64_MAX, 0}));
-    EXPECT_EQ(roundTrip(std::vector<double>{0.5, -2}), (std::vector<double>{0.5, -2}));
-    EXPECT_EQ(roundTrip(std::vector<float>{1.25f}), (std::vector<float>{1.25f}));
-    EXPECT_EQ(roundTrip(std::vector<uint32_t>{7}), (std::vector<uint32_t>{7}));
-    EXPECT_EQ(roundTrip(std::vector<bool>{true, false, true}),
-              (std::vector<bool>{true, false, true}));
-    EXPECT_EQ(roundTrip(std::vector<char16_t>{u'a', u'\uffff'}),
-              (std::vector<char16_t>{u'a', u'\uffff'}));
-    EXPECT_EQ(roundTrip(std::vector<int8_t>{-1, 2, 3, 4, 5}), (std::vector<int8_t>{-1, 2, 3, 4, 5}));
-    EXPECT_EQ(roundTrip(std::vector<uint8_t>{255, 0, 1}), (std::vector<uint8_t>{255, 0, 1}));
-    EXPECT_EQ(roundTrip(std::vector<int64_t>{}), std::vector<int64_t>{});
-
+    expectRoundTrips(std::vector<int32_t>{1, -2, INT32_MAX}, std::vector<uint64_t>{UINT64_MAX, 0},
+                     std::vector<double>{0.5, -2}, std::vector<float>{1.25f},
+                     std::vector<uint32_t>{7}, std::vector<bool>{true, false, true},
+                     std::vector<char16_t>{u'a', u'\uffff'}, std::vector<int8_t>{-1, 2, 3, 4, 5},
+                     std::vector<uint8_t>{255, 0, 1}, std::vector<int64_t>{});
     using OptionalInts = std::optional<std::vector<int32_t>>;
-    EXPECT_EQ(roundTrip(OptionalInts()), OptionalInts());
-    EXPECT_EQ(roundTrip(OptionalInts(std::vector<int32_t>{})), OptionalInts(std::vector<int32_t>{}));
     using OptionalBools = std::optional<std::vector<bool>>;
-    EXPECT_EQ(roundTrip(OptionalBools()), OptionalBools());
-    EXPECT_EQ(roundTrip(OptionalBools(std::vector<bool>{false})),
-              OptionalBools(std::vector<bool>{false}));
     using OptionalBytes = std::optional<std::vector<uint8_t>>;
-    EXPECT_EQ(roundTrip(OptionalBytes()), OptionalBytes());
-    EXPECT_EQ(roundTrip(OptionalBytes(std::vector<uint8_t>{9})),
-              OptionalBytes(std::vector<uint8_t>{9}));
+    expectRoundTrips(OptionalInts(), OptionalInts(std::vector<int32_t>{}), OptionalBools(),
+                     OptionalBools(std::vector<bool>{false}), OptionalBytes(),
+                     OptionalBytes(std::vector<uint8_t>{9}));
 
     // A null array cannot be read as a plain vector.
     rewind();
@@ -277,8 +247,7 @@ TEST_F(ParcelTest, VectorSizeHelpersAgree) {
     ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), std::vector<Point>(3)), STATUS_OK);
     ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), Optional()), STATUS_OK);
     ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel(), Optional(std::vector<Point>())), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), -1), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), -2), STATUS_OK);
+    writeInts({-1, -2});
     rewind();
 
     std::vector<Point> plain;
@@ -297,20 +266,14 @@ TEST_F(ParcelTest, VectorSizeHelpersAgree) {
 }
 
 TEST_F(ParcelTest, StringVectorsKeepNullElementsAndNullArrays) {
-    EXPECT_EQ(roundTrip(std::vector<std::string>{"", "a", "bc"}),
-              (std::vector<std::string>{"", "a", "bc"}));
-    using Nullable = std::optional<std::vector<std::optional<std::string>>>;
-    const Nullable cases[] = {Nullable(), Nullable(std::vector<std::optional<std::string>>{}),
-                              Nullable({std::nullopt, std::string(), std::string("x")})};
-    for (const Nullable& sent : cases) {
-        rewind();
-        EXPECT_EQ(roundTrip(sent), sent);
-    }
-    EXPECT_EQ(roundTrip(std::vector<std::optional<std::string>>{std::nullopt, "y"}),
-              (std::vector<std::optional<std::string>>{std::nullopt, "y"}));
+    using Strings = std::vector<std::optional<std::string>>;
+    const Strings withNull{std::nullopt, std::string(), std::string("x")};
+    using Nullable = std::optional<Strings>;
+    expectRoundTrips(std::vector<std::string>{"", "a", "bc"}, Nullable(), Nullable(Strings{}),
+                     Nullable(withNull), withNull);
     // A null element cannot be read into a vector of plain strings.
     rewind();
-    ASSERT_EQ(ndk::AParcel_writeVector(parcel(), *cases[2]), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_writeVector(parcel(), withNull), STATUS_OK);
     rewind();
     std::vector<std::string> plain;
     EXPECT_EQ(ndk::AParcel_readVector(parcel(), &plain), STATUS_UNEXPECTED_NULL);
@@ -334,18 +297,13 @@ TEST_F(ParcelTest, ParcelablesWithMarkers) {
     EXPECT_EQ(present, point);
     // Marker 0 read as a required parcelable.
     rewind();
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 0), STATUS_OK);
+    writeInts({0});
     rewind();
     EXPECT_EQ(ndk::AParcel_readParcelable(parcel(), &read), STATUS_UNEXPECTED_NULL);
 
     std::vector<Point> points{{1, "a"}, {2, std::nullopt}};
-    rewind();
-    EXPECT_EQ(roundTrip(points), points);
     using Optional = std::optional<std::vector<Point>>;
-    rewind();
-    EXPECT_EQ(roundTrip(Optional()), Optional());
-    rewind();
-    EXPECT_EQ(roundTrip(Optional(points)), Optional(points));
+    expectRoundTrips(points, Optional(), Optional(points));
 }
 
 TEST_F(ParcelTest, BindersAndDescriptors) {
@@ -421,24 +379,21 @@ TEST_F(ParcelTest, StatusHeaderOfTransportFailureWritesNothing) {
 
 TEST_F(ParcelTest, StatusHeaderFromTheWire) {
     // An unknown exception code collapses; a truncated header creates nothing.
-    ASSERT_EQ(AParcel_writeInt32(parcel(), -1000), STATUS_OK);
+    writeInts({-1000});
     ASSERT_EQ(AParcel_writeString(parcel(), "m", 1), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel(), 0), STATUS_OK);
+    writeInts({0});
     rewind();
     ndk::ScopedAStatus read;
     ASSERT_EQ(AParcel_readStatusHeader(parcel(), read.getR()), STATUS_OK);
     EXPECT_EQ(read.getExceptionCode(), EX_TRANSACTION_FAILED);
     EXPECT_STREQ(read.getMessage(), "m");
 
-    ndk::ScopedAParcel truncated;
-    ASSERT_EQ(AIBinder_prepareTransaction(mBinder.get(), truncated.getR()), STATUS_OK);
-    int32_t start = AParcel_getDataPosition(truncated.get());
-    ASSERT_EQ(AParcel_writeInt32(truncated.get(), EX_SERVICE_SPECIFIC), STATUS_OK);
-    ASSERT_EQ(AParcel_writeString(truncated.get(), "", 0), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(truncated.get(), 0), STATUS_OK);  // the code is missing
-    ASSERT_EQ(AParcel_setDataPosition(truncated.get(), start), STATUS_OK);
+    refill({EX_SERVICE_SPECIFIC});
+    ASSERT_EQ(AParcel_writeString(parcel(), "", 0), STATUS_OK);
+    writeInts({0});  // the code is missing
+    rewind();
     AStatus* untouched = nullptr;
-    EXPECT_EQ(AParcel_readStatusHeader(truncated.get(), &untouched), STATUS_NOT_ENOUGH_DATA);
+    EXPECT_EQ(AParcel_readStatusHeader(parcel(), &untouched), STATUS_NOT_ENOUGH_DATA);
     EXPECT_EQ(untouched, nullptr);
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -20,33 +21,6 @@ namespace bindertest {
 namespace {
 
 constexpr const char* kInstance = "binder.test.IEcho/default";
-
-// Counts deliveries per cookie.
-struct DeathLog {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<void*> cookies;
-
-    static void onDied(void* cookie);
-    size_t count(void* cookie) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return static_cast<size_t>(std::count(cookies.begin(), cookies.end(), cookie));
-    }
-    bool waitFor(size_t total) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, kWaitLimit, [&] { return cookies.size() >= total; });
-    }
-};
-
-DeathLog gDeaths;
-int gCookieA = 0;
-int gCookieB = 0;
-
-void DeathLog::onDied(void* cookie) {
-    std::lock_guard<std::mutex> lock(gDeaths.mutex);
-    gDeaths.cookies.push_back(cookie);
-    gDeaths.changed.notify_all();
-}
 
 // Most cases host a service of their own too and reach it through a proxy,
 // served on this process's pool like a service of another process.
@@ -69,9 +43,8 @@ TEST_F(TransportTest, SameProcessLookupIsLocalUnlessInProcessProxiesAreOn) {
     ndk::SpAIBinder local(AServiceManager_checkService(kInstance));
     EXPECT_EQ(local.get(), service.get());
     EXPECT_FALSE(AIBinder_isRemote(local.get()));
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(DeathLog::onDied));
-    EXPECT_EQ(AIBinder_linkToDeath(local.get(), recipient.get(), &gCookieA),
-              STATUS_INVALID_OPERATION);
+    Deaths deaths;
+    EXPECT_EQ(deaths.link(local.get()), STATUS_INVALID_OPERATION);
     std::optional<std::string> text;
     int32_t value = 0;
     ASSERT_EQ(callEcho(local.get(), std::string("direct"), 1, &text, &value), STATUS_OK);
@@ -84,7 +57,6 @@ TEST_F(TransportTest, SameProcessLookupIsLocalUnlessInProcessProxiesAreOn) {
     ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
     ASSERT_NE(proxy.get(), nullptr);
     EXPECT_TRUE(AIBinder_isRemote(proxy.get()));
-    EXPECT_NE(proxy.get(), service.get());
     EXPECT_EQ(AIBinder_getUserData(proxy.get()), nullptr);
     EXPECT_TRUE(AIBinder_isAlive(proxy.get()));
     EXPECT_EQ(AIBinder_ping(proxy.get()), STATUS_OK);
@@ -148,14 +120,12 @@ TEST_F(TransportTest, LookupOfAbsentOrDeadServiceIsNull) {
 }
 
 TEST_F(TransportTest, CrossProcessCallsKeepNullAndEmptyApart) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_getService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    ASSERT_TRUE(AIBinder_isRemote(proxy.get()));
+    ASSERT_TRUE(AIBinder_isRemote(child.proxy()));
 
     int32_t pid = 0;
-    ASSERT_EQ(callInt(proxy.get(), kPid, &pid), STATUS_OK);
+    ASSERT_EQ(callInt(child.proxy(), kPid, &pid), STATUS_OK);
     EXPECT_EQ(pid, child.pid());
 
     const std::optional<std::string> cases[] = {std::nullopt, std::string(), std::string("x"),
@@ -163,7 +133,7 @@ TEST_F(TransportTest, CrossProcessCallsKeepNullAndEmptyApart) {
     for (const auto& sent : cases) {
         std::optional<std::string> received = std::string("unset");
         int32_t value = 0;
-        ASSERT_EQ(callEcho(proxy.get(), sent, -7, &received, &value), STATUS_OK);
+        ASSERT_EQ(callEcho(child.proxy(), sent, -7, &received, &value), STATUS_OK);
         EXPECT_EQ(received, sent);
         EXPECT_EQ(value, -14);
     }
@@ -215,11 +185,9 @@ class RemoteHolderTest : public TransportTest {
   protected:
     void SetUp() override {
         ASSERT_TRUE(mChild.ready());
-        mProxy.set(AServiceManager_checkService(kInstance));
-        ASSERT_NE(mProxy.get(), nullptr);
         ndk::SpAIBinder callback = newCallback(&mObserved);
         int32_t result = 0;
-        ASSERT_EQ(callWithBinder(mProxy.get(), kHold, callback.get(), "", &result), STATUS_OK);
+        ASSERT_EQ(callWithBinder(mChild.proxy(), kHold, callback.get(), "", &result), STATUS_OK);
         // Dropping the last local reference: only the child's proxy keeps it alive now.
     }
     bool destroyedOnce() {
@@ -227,8 +195,7 @@ class RemoteHolderTest : public TransportTest {
     }
 
     Observed mObserved;  // outlives the callback object's last release
-    ChildServer mChild{kInstance};
-    ndk::SpAIBinder mProxy;
+    EchoChild mChild{kInstance};
 };
 
 TEST_F(RemoteHolderTest, OwnerReleasesObjectWhenRemoteHolderDropsIt) {
@@ -237,7 +204,7 @@ TEST_F(RemoteHolderTest, OwnerReleasesObjectWhenRemoteHolderDropsIt) {
         EXPECT_EQ(mObserved.destroyed, 0);
     }
     int32_t result = 0;
-    ASSERT_EQ(callInt(mProxy.get(), kDropHeld, &result), STATUS_OK);
+    ASSERT_EQ(callInt(mChild.proxy(), kDropHeld, &result), STATUS_OK);
     EXPECT_TRUE(destroyedOnce());
 }
 
@@ -247,44 +214,45 @@ TEST_F(RemoteHolderTest, OwnerReleasesObjectWhenRemoteHolderDies) {
 }
 
 TEST_F(TransportTest, OnewayCallsArriveInOrder) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
     Observed observed;
     ndk::SpAIBinder callback = newCallback(&observed);
     int32_t result = 0;
-    ASSERT_EQ(callWithBinder(proxy.get(), kHold, callback.get(), "", &result, FLAG_ONEWAY),
+    ASSERT_EQ(callWithBinder(child.proxy(), kHold, callback.get(), "", &result, FLAG_ONEWAY),
               STATUS_OK);
     callback.set(nullptr);
     // Served after the oneway hold on the same connection: the drop releases it.
-    ASSERT_EQ(callInt(proxy.get(), kDropHeld, &result), STATUS_OK);
+    ASSERT_EQ(callInt(child.proxy(), kDropHeld, &result), STATUS_OK);
     EXPECT_TRUE(observed.waitFor([&] { return observed.destroyed == 1; }));
 }
 
+// One recipient linked under two cookies, one of them unlinked again, and a
+// second recipient deleted while linked: only the link still made fires.
 TEST_F(TransportTest, ChildDeathTurnsProxyDeadAndFiresEachRecipientOnce) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    ndk::ScopedAIBinder_DeathRecipient kept(AIBinder_DeathRecipient_new(DeathLog::onDied));
-    ndk::ScopedAIBinder_DeathRecipient deleted(AIBinder_DeathRecipient_new(DeathLog::onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), deleted.get(), &gCookieB), STATUS_OK);
-    ASSERT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_OK);
-    EXPECT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieB), STATUS_NAME_NOT_FOUND);
+    AIBinder* proxy = child.proxy();
+    Deaths kept;
+    Deaths unlinked;
+    AIBinder_DeathRecipient* recipient = kept.recipient.get();
+    ndk::ScopedAIBinder_DeathRecipient deleted(AIBinder_DeathRecipient_new(Deaths::onDied));
+    ASSERT_EQ(kept.link(proxy), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(proxy, recipient, &unlinked), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(proxy, deleted.get(), &unlinked), STATUS_OK);
+    ASSERT_EQ(AIBinder_unlinkToDeath(proxy, recipient, &unlinked), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(proxy, recipient, &unlinked), STATUS_NAME_NOT_FOUND);
     deleted.set(nullptr);
 
     child.kill();
-    ASSERT_TRUE(gDeaths.waitFor(1));
-    EXPECT_FALSE(AIBinder_isAlive(proxy.get()));
-    EXPECT_EQ(AIBinder_ping(proxy.get()), STATUS_DEAD_OBJECT);
+    ASSERT_TRUE(kept.waitFor(1));
+    EXPECT_FALSE(AIBinder_isAlive(proxy));
+    EXPECT_EQ(AIBinder_ping(proxy), STATUS_DEAD_OBJECT);
     std::optional<std::string> text;
     int32_t value = 0;
-    EXPECT_EQ(callEcho(proxy.get(), std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(AIBinder_linkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_DEAD_OBJECT);
-    EXPECT_EQ(AIBinder_unlinkToDeath(proxy.get(), kept.get(), &gCookieA), STATUS_NAME_NOT_FOUND);
+    EXPECT_EQ(callEcho(proxy, std::string("x"), 1, &text, &value), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(kept.link(proxy), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(AIBinder_unlinkToDeath(proxy, recipient, &kept), STATUS_NAME_NOT_FOUND);
     // A later notification would have arrived by the time a round trip to
     // our own endpoint completes; none may come.
     Observed observed;
@@ -292,24 +260,20 @@ TEST_F(TransportTest, ChildDeathTurnsProxyDeadAndFiresEachRecipientOnce) {
     ASSERT_EQ(AServiceManager_addService(service.get(), "binder.test.IEcho/probe"), STATUS_OK);
     ndk::SpAIBinder self(AServiceManager_checkService("binder.test.IEcho/probe"));
     ASSERT_EQ(callEcho(self.get(), std::string("y"), 1, &text, &value), STATUS_OK);
-    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
-    EXPECT_EQ(gDeaths.count(&gCookieB), 0u);
+    EXPECT_EQ(kept.arrived(), 1);
+    EXPECT_EQ(unlinked.arrived(), 0);
 }
 
 TEST_F(TransportTest, CallInFlightWhenPeerDiesReturnsDeadObject) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
-    ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
-    ASSERT_NE(proxy.get(), nullptr);
-    std::atomic<binder_status_t> result{STATUS_OK};
-    std::thread caller([&] {
+    std::future<binder_status_t> call = std::async(std::launch::async, [&child] {
         int32_t unused = 0;
-        result = callInt(proxy.get(), kBlock, &unused);
+        return callInt(child.proxy(), kBlock, &unused);
     });
     EXPECT_EQ(child.nextLine(), "blocked");
     child.kill();
-    caller.join();
-    EXPECT_EQ(result.load(), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(call.get(), STATUS_DEAD_OBJECT);
 }
 
 TEST_F(TransportTest, KilledLocalBinderLooksDeadAndCanBeRestarted) {
@@ -318,14 +282,12 @@ TEST_F(TransportTest, KilledLocalBinderLooksDeadAndCanBeRestarted) {
     ASSERT_EQ(AServiceManager_addService(service.get(), kInstance), STATUS_OK);
     ndk::SpAIBinder proxy(AServiceManager_checkService(kInstance));
     ASSERT_NE(proxy.get(), nullptr);
-    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(DeathLog::onDied));
-    ASSERT_EQ(AIBinder_linkToDeath(proxy.get(), recipient.get(), &gCookieA), STATUS_OK);
-    EXPECT_EQ(AIBinder_linkToDeath(service.get(), recipient.get(), &gCookieA),
-              STATUS_INVALID_OPERATION);
+    Deaths deaths;
+    ASSERT_EQ(deaths.link(proxy.get()), STATUS_OK);
+    EXPECT_EQ(deaths.link(service.get()), STATUS_INVALID_OPERATION);
 
     ASSERT_EQ(ABinderHost_killLocalBinder(service.get()), STATUS_OK);
-    ASSERT_TRUE(gDeaths.waitFor(1));
-    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
+    ASSERT_TRUE(deaths.waitFor(1));
     EXPECT_FALSE(AIBinder_isAlive(proxy.get()));
     std::optional<std::string> text;
     int32_t value = 0;
@@ -342,7 +304,7 @@ TEST_F(TransportTest, KilledLocalBinderLooksDeadAndCanBeRestarted) {
     EXPECT_EQ(text, "again");
     std::lock_guard<std::mutex> lock(second.mutex);
     EXPECT_EQ(second.calls, 1);
-    EXPECT_EQ(gDeaths.count(&gCookieA), 1u);
+    EXPECT_EQ(deaths.arrived(), 1);
 }
 
 TEST_F(TransportTest, KilledServiceIsReleasedOnceProxiesGo) {
@@ -358,14 +320,12 @@ TEST_F(TransportTest, KilledServiceIsReleasedOnceProxiesGo) {
 }
 
 TEST_F(TransportTest, ManyThreadsCallAtOnce) {
-    ChildServer child(kInstance);
+    EchoChild child(kInstance);
     ASSERT_TRUE(child.ready());
     Observed observed;
     ndk::SpAIBinder local = newEcho(&observed);
     ASSERT_EQ(AServiceManager_addService(local.get(), "binder.test.IEcho/local"), STATUS_OK);
-    ndk::SpAIBinder remote(AServiceManager_checkService(kInstance));
     ndk::SpAIBinder self(AServiceManager_checkService("binder.test.IEcho/local"));
-    ASSERT_NE(remote.get(), nullptr);
     ASSERT_NE(self.get(), nullptr);
 
     constexpr int kThreads = 6;
@@ -376,7 +336,7 @@ TEST_F(TransportTest, ManyThreadsCallAtOnce) {
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kCalls; ++i) {
-                AIBinder* target = (i % 2 == 0 ? remote : self).get();
+                AIBinder* target = i % 2 == 0 ? child.proxy() : self.get();
                 std::string sent = std::to_string(t) + ":" + std::to_string(i);
                 std::optional<std::string> text;
                 int32_t value = 0;
