@@ -135,8 +135,7 @@ TEST(DefaultImplTest, ALaterDefaultReplacesAnEarlierOne) {
 TEST_F(InterfaceTest, ScriptedAnswersReachTheProxyAsTheRightStatusKind) {
     mService->setAnswer(Op::kRequest, Answer::ok(77));
     int32_t handle = -1;
-    ::ndk::ScopedAStatus ok = mProxy->request(DolmRequestParcel(), &handle);
-    EXPECT_TRUE(ok.isOk());
+    EXPECT_TRUE(mProxy->request(DolmRequestParcel(), &handle).isOk());
     EXPECT_EQ(handle, 77);
 
     mService->setAnswer(Op::kRequest, Answer::serviceSpecific(5));
