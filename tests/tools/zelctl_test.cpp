@@ -294,11 +294,8 @@ TEST_F(Session, ListenersPrintChangesAndTheValueReturnsWhenTheTimeoutExpires) {
     ASSERT_TRUE(text.waitForOutput("listening (listener ")) << text.err();
     ASSERT_TRUE(structured.waitForOutput("\"listener\":")) << structured.err();
 
-    // Long enough to read the value back while it is held, also under sanitizers.
     const Result acquired = zelctl({"acquire", "ACTION_LAUNCH", "--timeout", "3000"});
     ASSERT_EQ(acquired.status, 0) << acquired.err;
-    const Result during = zelctl({"state", "0x01010010"});
-    EXPECT_NE(during.out.find("0x01010010 = 1800000"), std::string::npos) << during.out;
 
     EXPECT_EQ(text.finish(), 0) << text.err();
     EXPECT_NE(text.out().find("delivery 1 "), std::string::npos);
@@ -311,7 +308,6 @@ TEST_F(Session, ListenersPrintChangesAndTheValueReturnsWhenTheTimeoutExpires) {
     EXPECT_EQ(deliveries[2].at("values").at(0).at("value"), "0");
 
     EXPECT_TRUE(mSim->waitForOutput("expired handle 1")) << mSim->out();
-    EXPECT_NE(zelctl({"state", "0x01010010"}).out.find("0x01010010 = 0"), std::string::npos);
 }
 
 TEST_F(Session, ThermalListenerGetsItsZoneAndAQuietListenerTimesOut) {
