@@ -18,6 +18,7 @@
 #include <string>
 
 #include "Describe.h"
+#include "ParcelCases.h"
 
 namespace {
 
@@ -28,14 +29,7 @@ using ::ndk::ScopedAStatus;
 using zeltest::describe;
 using zeltest::describeDataList;
 using zeltest::describeParcel;
-
-DolmRequestData entry(int32_t id, int32_t param, std::optional<std::string> value) {
-    DolmRequestData d;
-    d.id = id;
-    d.param = param;
-    d.value = std::move(value);
-    return d;
-}
+using zeltest::makeData;
 
 class Peer : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
   public:
@@ -54,15 +48,13 @@ class Peer : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
     ScopedAStatus getData(const DolmRequestParcel& p, std::vector<DolmRequestData>* r) override {
         *r = p.data;
         std::reverse(r->begin(), r->end());
-        DolmRequestData summary = entry(-1, p.clientArg, p.pkg);
-        summary.path = p.identity;
-        r->push_back(summary);
+        r->push_back(makeData(-1, p.clientArg, p.pkg, p.identity));
         return record("getData " + describeParcel(p));
     }
     ScopedAStatus registerListener(const DolmRequestParcel& p,
                                    const std::shared_ptr<IDolmCallback>& cb, int32_t* r) override {
         *r = 40;
-        callBack(cb, {entry(40, 0, "listener")});
+        callBack(cb, {makeData(40, 0, "listener")});
         return record("registerListener " + describeParcel(p) + " cb=" + (cb ? "set" : "null"));
     }
     ScopedAStatus unregisterListener(int32_t h, int32_t* r) override {
@@ -84,7 +76,7 @@ class Peer : public ::aidl::vendor::tarvo::hardware::dolm::BnDolm {
         *r = std::accumulate(ids.begin(), ids.end(), 0);
         std::vector<DolmRequestData> levels;
         levels.reserve(ids.size());
-        for (int32_t id : ids) levels.push_back(entry(id, 0, std::nullopt));
+        for (int32_t id : ids) levels.push_back(makeData(id, 0, std::nullopt));
         callBack(cb, levels);
         return record("registerThermalListener " + describe(ids) + " cb=" + (cb ? "set" : "null"));
     }

@@ -47,27 +47,10 @@ TEST(RecordTest, DefaultParcelIsAllZeroEmptyAndAbsent) {
     EXPECT_EQ(describeData(DolmRequestData()), "{id=0 param=0 value=null path=null extra=null}");
 }
 
-TEST(RecordTest, CopyAndAssignmentKeepPresenceInStep) {
-    const DolmRequestData source = makeData(7, 3, std::nullopt, std::nullopt, "");
-    DolmRequestData target = makeData(1, 2, "present", "/path", std::nullopt);
-    target = source;
-    EXPECT_FALSE(target.value.has_value());
-    EXPECT_FALSE(target.path.has_value());
-    ASSERT_TRUE(target.extra.has_value());
-    EXPECT_EQ(*target.extra, "");
-    EXPECT_EQ(target, source);
-
-    const DolmRequestData copy(makeData(5, 6, "", std::nullopt));
-    EXPECT_EQ(describeData(copy), "{id=5 param=6 value=\"\" path=null extra=null}");
-}
-
-TEST_F(InterfaceTest, ProxyFromServiceManagerIsRemote) {
+TEST_F(InterfaceTest, FromBinderGivesAProxyOrTheLocalObjectAndRejectsOtherBinders) {
     EXPECT_TRUE(mProxy->isRemote());
     EXPECT_NE(mProxy, mService);
     EXPECT_TRUE(AIBinder_isRemote(mProxy->asBinder().get()));
-}
-
-TEST_F(InterfaceTest, FromBinderRejectsNullAndOtherInterfaces) {
     EXPECT_EQ(IDolm::fromBinder(::ndk::SpAIBinder()), nullptr);
     auto callback = ::ndk::SharedRefBase::make<NullCallback>();
     EXPECT_EQ(IDolm::fromBinder(callback->asBinder()), nullptr);
@@ -113,30 +96,28 @@ TEST_F(InterfaceTest, CallbackInTheRecordArrivesAsAProxyToTheSameObject) {
     EXPECT_EQ(mService->callbacks()[0], callback);
 }
 
-TEST_F(InterfaceTest, VersionAndHashFromProxyAndStub) {
-    int32_t version = 0;
-    std::string hash;
-    ASSERT_TRUE(mProxy->getInterfaceVersion(&version).isOk());
-    ASSERT_TRUE(mProxy->getInterfaceHash(&hash).isOk());
-    EXPECT_EQ(version, 1);
-    EXPECT_EQ(hash, "cae43655eaf0af39cbb6d273c5e2206eebe33a10");
-
-    version = 0;
-    hash.clear();
-    ASSERT_TRUE(mService->getInterfaceVersion(&version).isOk());
-    ASSERT_TRUE(mService->getInterfaceHash(&hash).isOk());
-    EXPECT_EQ(version, int32_t{IDolm::version});
-    EXPECT_EQ(hash, IDolm::hash);
+TEST_F(InterfaceTest, VersionAndHashFromProxyAndStubAndDeadObjectOnceTheServiceDied) {
+    const auto expectVersionAndHash = [](IDolm& dolm) {
+        int32_t version = 0;
+        std::string hash;
+        EXPECT_TRUE(dolm.getInterfaceVersion(&version).isOk());
+        EXPECT_TRUE(dolm.getInterfaceHash(&hash).isOk());
+        EXPECT_EQ(version, 1);
+        EXPECT_EQ(hash, "cae43655eaf0af39cbb6d273c5e2206eebe33a10");
+    };
+    expectVersionAndHash(*mProxy);
+    expectVersionAndHash(*mService);
+    EXPECT_EQ(int32_t{IDolm::version}, 1);
     EXPECT_EQ(IDolm::hash, ::aidl::vendor::tarvo::hardware::dolm::IDolmCallback::hash);
 
-    // The proxy caches what it read: it still answers after the service died.
+    // The proxy caches what it read: it still answers after the service died,
+    // while calls report the dead object.
     mService->kill();
-    version = 0;
-    hash.clear();
-    EXPECT_TRUE(mProxy->getInterfaceVersion(&version).isOk());
-    EXPECT_TRUE(mProxy->getInterfaceHash(&hash).isOk());
-    EXPECT_EQ(version, 1);
-    EXPECT_EQ(hash, IDolm::hash);
+    expectVersionAndHash(*mProxy);
+    int32_t handle = -1;
+    ::ndk::ScopedAStatus status = mProxy->request(DolmRequestParcel(), &handle);
+    EXPECT_EQ(status.getExceptionCode(), EX_TRANSACTION_FAILED);
+    EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
 }
 
 TEST(DefaultImplTest, ALaterDefaultReplacesAnEarlierOne) {
@@ -154,8 +135,7 @@ TEST(DefaultImplTest, ALaterDefaultReplacesAnEarlierOne) {
 TEST_F(InterfaceTest, ScriptedAnswersReachTheProxyAsTheRightStatusKind) {
     mService->setAnswer(Op::kRequest, Answer::ok(77));
     int32_t handle = -1;
-    ::ndk::ScopedAStatus ok = mProxy->request(DolmRequestParcel(), &handle);
-    EXPECT_TRUE(ok.isOk());
+    EXPECT_TRUE(mProxy->request(DolmRequestParcel(), &handle).isOk());
     EXPECT_EQ(handle, 77);
 
     mService->setAnswer(Op::kRequest, Answer::serviceSpecific(5));
@@ -173,14 +153,6 @@ TEST_F(InterfaceTest, ScriptedAnswersReachTheProxyAsTheRightStatusKind) {
     EXPECT_EQ(failed.getExceptionCode(), EX_TRANSACTION_FAILED);
     EXPECT_EQ(failed.getStatus(), STATUS_BAD_VALUE);
     EXPECT_EQ(result, -1);
-}
-
-TEST_F(InterfaceTest, DeadServiceGivesDeadObject) {
-    mService->kill();
-    int32_t handle = -1;
-    ::ndk::ScopedAStatus status = mProxy->request(DolmRequestParcel(), &handle);
-    EXPECT_EQ(status.getExceptionCode(), EX_TRANSACTION_FAILED);
-    EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
 }
 
 }  // namespace

@@ -22,13 +22,7 @@ using ::aidl::vendor::tarvo::hardware::dolm::DolmRequestParcel;
 inline DolmRequestData makeData(int32_t id, int32_t param, std::optional<std::string> value,
                                 std::optional<std::string> path = std::nullopt,
                                 std::optional<std::string> extra = std::nullopt) {
-    DolmRequestData d;
-    d.id = id;
-    d.param = param;
-    d.value = std::move(value);
-    d.path = std::move(path);
-    d.extra = std::move(extra);
-    return d;
+    return {id, param, std::move(value), std::move(path), std::move(extra)};
 }
 
 struct ParcelCase {

@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cinttypes>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -185,64 +186,68 @@ struct Tally {
     void returned() { count(false, true); }
 };
 
-class SoakCallback : public IClientCallback {
+// Counts the deliveries of both callback kinds; every value must come from a
+// started instance.
+class SoakCallback : public IClientCallback, public IClientCallbackByPath {
   public:
     explicit SoakCallback(Tally& tally) : mTally(tally) {}
     void onCallback(std::list<ZelClient::Resource> resources) override {
         ++mTally.deliveries;
-        for (const ZelClient::Resource& resource : resources) {
-            if (!mTally.fromInstance(atoll(resource.value.value_or("").c_str()))) ++mTally.wrong;
-        }
+        for (const ZelClient::Resource& resource : resources) check(resource.value.value_or(""));
     }
-
-  private:
-    Tally& mTally;
-};
-
-class SoakPathCallback : public IClientCallbackByPath {
-  public:
-    explicit SoakPathCallback(Tally& tally) : mTally(tally) {}
     void onCallback(std::vector<std::string> values, std::vector<std::string> /*paths*/) override {
         ++mTally.deliveries;
-        for (const std::string& value : values) {
-            if (!mTally.fromInstance(atoll(value.c_str()))) ++mTally.wrong;
-        }
+        for (const std::string& value : values) check(value);
     }
 
   private:
+    void check(const std::string& value) {
+        if (!mTally.fromInstance(atoll(value.c_str()))) ++mTally.wrong;
+    }
+
     Tally& mTally;
 };
 
 // ---- the callers --------------------------------------------------------------
 
-// A listener registration still to be removed: thermal ones are unregistered
-// at the service first, and their group goes with the id-addressed
-// unregistration.
-struct Listener {
-    bool thermal;
-    int handle;
-};
+// The calls of the mix; each caller starts at a different one.
+constexpr uint64_t kMixSize = 20;
 
 class Caller {
   public:
     Caller(int index, Tally& tally)
-        : mIndex(index),
-          mTally(tally),
-          mCallback(std::make_shared<SoakCallback>(tally)),
-          mPathCallback(std::make_shared<SoakPathCallback>(tally)) {}
+        : mIndex(index), mTally(tally), mCallback(std::make_shared<SoakCallback>(tally)) {}
 
     /** Runs call number `step` of the mix. */
     void call(uint64_t step);
+
     /**
      * Asks to remove the listeners still registered; keeps those whose
      * unregistration the service did not take (without a service the group
      * stays). True when none is left.
      */
-    bool unregisterListeners();
-
-    static size_t mixSize();
+    bool unregisterListeners() {
+        std::vector<Listener> kept;
+        for (const Listener& listener : mListeners) {
+            // Thermal ones are unregistered at the service first; their group
+            // goes with the id-addressed unregistration.
+            if (listener.thermal) {
+                mTally.number(dolmHalclient::dolmThermalListeningUnregister(listener.handle));
+            }
+            const int result = dolmHalclient::dolmResListeningUnRegister(listener.handle);
+            mTally.number(result);
+            if (result == -1) kept.push_back(listener);
+        }
+        mListeners.swap(kept);
+        return mListeners.empty();
+    }
 
   private:
+    struct Listener {
+        bool thermal;
+        int handle;
+    };
+
     std::string path(int n) const {
         return "/sys/soak/" + std::to_string(mIndex) + "/" + std::to_string(n);
     }
@@ -255,51 +260,23 @@ class Caller {
 
     const int mIndex;
     Tally& mTally;
-    std::shared_ptr<SoakCallback> mCallback;
-    std::shared_ptr<SoakPathCallback> mPathCallback;
+    std::shared_ptr<SoakCallback> mCallback;  // of both kinds
     std::vector<Listener> mListeners;
 };
-
-bool Caller::unregisterListeners() {
-    mListeners.erase(
-            std::remove_if(mListeners.begin(), mListeners.end(),
-                           [this](const Listener& listener) {
-                               if (listener.thermal) {
-                                   mTally.number(dolmHalclient::dolmThermalListeningUnregister(
-                                           listener.handle));
-                               }
-                               const int result =
-                                       dolmHalclient::dolmResListeningUnRegister(listener.handle);
-                               mTally.number(result);
-                               return result != -1;
-                           }),
-            mListeners.end());
-    return mListeners.empty();
-}
-
-size_t Caller::mixSize() {
-    return 20;
-}
 
 void Caller::call(uint64_t step) {
     ResourceList resources{{0x01000100 + mIndex, std::string("1200")}, {0, std::nullopt}};
     const std::vector<std::string> paths{path(0), path(1)};
     const std::vector<std::string> values{"1", "2"};
     const std::vector<ZelClient::Resource> zelResources{{0x01000200, std::string("3")}};
-    switch ((step + static_cast<uint64_t>(mIndex)) % mixSize()) {
+    switch ((step + static_cast<uint64_t>(mIndex)) % kMixSize) {
         case 0: {  // resource control, in its forms, and release
-            int handle = -1;
-            switch (step % 3) {
-                case 0:
-                    handle = dolmHalclient::dolmResCtlRequest(5000, resources, mIndex);
-                    break;
-                case 1:
-                    handle = dolmHalclient::dolmResCtlRequest(1, 5000, resources, 2, 1, mIndex);
-                    break;
-                default:
-                    handle = dolmHalclient::dolmResCtlRequest(1, 5000, resources, -1, 0, mIndex,
-                                                              mCallback);
-            }
+            const int handle =
+                    step % 3 == 0 ? dolmHalclient::dolmResCtlRequest(5000, resources, mIndex)
+                    : step % 3 == 1
+                            ? dolmHalclient::dolmResCtlRequest(1, 5000, resources, 2, 1, mIndex)
+                            : dolmHalclient::dolmResCtlRequest(1, 5000, resources, -1, 0, mIndex,
+                                                               mCallback);
             mTally.number(handle);
             if (handle != -1) mTally.number(dolmHalclient::dolmResCtlRelease(handle));
             break;
@@ -340,7 +317,7 @@ void Caller::call(uint64_t step) {
             break;
         case 7:
             mTally.number(dolmHalclient::dolm_resctl_request_with_callback_by_path(
-                    1, 5000, paths, values, -1, 1, mIndex, mPathCallback));
+                    1, 5000, paths, values, -1, 1, mIndex, mCallback));
             break;
         case 8: {
             std::vector<std::string> out;
@@ -354,10 +331,10 @@ void Caller::call(uint64_t step) {
         }
         case 9:
             listened(dolmHalclient::dolm_res_listening_register_by_path({path(3)}, mIndex,
-                                                                        mPathCallback),
+                                                                        mCallback),
                      false);
             listened(dolmHalclient::dolm_res_listening_register_map_by_path({{path(4), "1"}},
-                                                                            mIndex, mPathCallback),
+                                                                            mIndex, mCallback),
                      false);
             unregisterListeners();
             break;
@@ -380,17 +357,11 @@ void Caller::call(uint64_t step) {
             break;
         }
         case 13: {  // event acquire in its forms, and release
-            int handle = -1;
-            switch (step % 3) {
-                case 0:
-                    handle = ZelEventAcquire(3, "com.soak", "soak", 200, zelResources);
-                    break;
-                case 1:
-                    handle = ZelResAcquire(zelResources, nullptr, "soak", 200);
-                    break;
-                default:
-                    handle = ZelPlatformResAcquire(zelResources, nullptr, "soak", "com.soak", 200);
-            }
+            const int handle =
+                    step % 3 == 0 ? ZelEventAcquire(3, "com.soak", "soak", 200, zelResources)
+                    : step % 3 == 1
+                            ? ZelResAcquire(zelResources, nullptr, "soak", 200)
+                            : ZelPlatformResAcquire(zelResources, nullptr, "soak", "com.soak", 200);
             mTally.number(handle);
             ZelRelease(handle);
             mTally.returned();
@@ -559,38 +530,31 @@ TEST(SoakTest, CallsOfBothLayersWhileTheServiceProcessIsKilledAndRestarted) {
     for (int i = 0; i < kCallers; ++i)
         soak.mCallers.push_back(std::make_unique<Caller>(i, soak.mTally));
 
-    // First round, then the first restart: the baseline is taken after it.
+    // The first and the last restart are quiet: the callers stop and both
+    // layers see the death; what the process holds is compared between them.
     Snapshot baseline{};
-    {
-        const zeltest::Watchdog watchdog(kRoundLimit * 2, "soak: first round");
-        ASSERT_TRUE(soak.start());
-        soak.runCallers();
-        EXPECT_TRUE(soak.waitForCalls(kCallsPerRound)) << "no progress in the first round";
-        soak.stopCallers();
-        ASSERT_TRUE(soak.killQuietly()) << "the first instance's death went unseen";
-        baseline = soak.snapshot();
-        ASSERT_TRUE(soak.start());
-    }
-
+    Snapshot end{};
+    ASSERT_TRUE(soak.start());
     soak.runCallers();
-    for (int restart = 2; restart < restarts; ++restart) {
+    for (int restart = 1; restart <= restarts; ++restart) {
         const zeltest::Watchdog watchdog(kRoundLimit * 2,
                                          "soak: restart " + std::to_string(restart));
         EXPECT_TRUE(soak.waitForCalls(kCallsPerRound)) << "no progress before restart " << restart;
-        soak.mService.kill();
+        if (restart == 1 || restart == restarts) {
+            soak.stopCallers();
+            ASSERT_TRUE(soak.killQuietly())
+                    << "the death before restart " << restart << " went unseen";
+            (restart == 1 ? baseline : end) = soak.snapshot();
+        } else {
+            soak.mService.kill();
+        }
         ASSERT_TRUE(soak.start()) << "restart " << restart;
+        if (restart == 1) soak.runCallers();
     }
-
-    Snapshot end{};
     {
-        const zeltest::Watchdog watchdog(kRoundLimit * 2, "soak: last restart");
-        EXPECT_TRUE(soak.waitForCalls(kCallsPerRound)) << "no progress in the last round";
-        soak.stopCallers();
-        ASSERT_TRUE(soak.killQuietly()) << "the last killed instance's death went unseen";
-        end = soak.snapshot();
+        const zeltest::Watchdog watchdog(kRoundLimit * 2, "soak: after the last restart");
         // Right after the last restart, one call of each layer succeeds.
-        ASSERT_TRUE(soak.start());
-        std::list<ZelClient::Resource> resources{{0x01000100, std::string("1")}};
+        ResourceList resources{{0x01000100, std::string("1")}};
         EXPECT_EQ(zeltest::instanceOf(dolmHalclient::dolmResCtlRequest(100, resources, 0)),
                   soak.mStarted);
         EXPECT_EQ(zeltest::instanceOf(ZelEventAcquire(3, "com.soak", "soak", 100, {})),
@@ -608,17 +572,14 @@ TEST(SoakTest, CallsOfBothLayersWhileTheServiceProcessIsKilledAndRestarted) {
                              static_cast<int64_t>(baseline.requestCallbacks);
     const int64_t heapGrowth = end.heap - baseline.heap;
     printf("soak: %d restarts in %.1f s, %d callers\n", restarts, seconds, kCallers);
-    printf("soak: calls %llu: answered %llu, -1 %llu, wrong %llu; callbacks delivered %llu\n",
-           static_cast<unsigned long long>(tally.calls.load()),
-           static_cast<unsigned long long>(tally.answered.load()),
-           static_cast<unsigned long long>(tally.failed.load()),
-           static_cast<unsigned long long>(tally.wrong.load()),
-           static_cast<unsigned long long>(tally.deliveries.load()));
+    printf("soak: calls %" PRIu64 ": answered %" PRIu64 ", -1 %" PRIu64 ", wrong %" PRIu64
+           "; callbacks delivered %" PRIu64 "\n",
+           tally.calls.load(), tally.answered.load(), tally.failed.load(), tally.wrong.load(),
+           tally.deliveries.load());
     printf("soak: hangs 0; descriptors %zu -> %zu; threads %zu -> %zu\n", baseline.descriptors,
            end.descriptors, baseline.threads, end.threads);
-    printf("soak: heap %lld -> %lld bytes: %+.0f bytes per restart\n",
-           static_cast<long long>(baseline.heap), static_cast<long long>(end.heap),
-           static_cast<double>(heapGrowth) / measured);
+    printf("soak: heap %" PRId64 " -> %" PRId64 " bytes: %+.0f bytes per restart\n", baseline.heap,
+           end.heap, static_cast<double>(heapGrowth) / measured);
     printf("soak: request_callbacks %zu -> %zu: %+.1f entries per restart (failed callback "
            "requests stay registered)\n",
            baseline.requestCallbacks, end.requestCallbacks,
