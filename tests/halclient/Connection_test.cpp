@@ -27,145 +27,165 @@ std::vector<LogLine> errorsOf(const std::vector<LogLine>& lines) {
 
 struct EntryPoint {
     const char* name;
+    const char* label;  ///< the label of its failure line
+    Op op;              ///< the operation it calls
     std::function<int()> call;
+    size_t clients = 0;  ///< one-shot clients it registers before calling
 };
-
-// Test names and messages show the case by its name.
-void PrintTo(const EntryPoint& c, std::ostream* os) {
-    *os << c.name;
-}
-
-ResourceList someResources() {
-    return {res(1, "1")};
-}
 
 // Runs `call` on a fresh list of one well-formed resource.
 template <typename Call>
 std::function<int()> onList(Call call) {
     return [call] {
-        ResourceList l = someResources();
+        ResourceList l{res(1, "1")};
         return call(l);
     };
 }
 
+EntryPoint diagnostic(const char* name, int (*call)()) {
+    return {name, name, Op::kRequest, call};
+}
+
+// Every entry point that returns a result, called with well-formed arguments.
+// The path registrations use lists of their own, so that one registered
+// later is not refused as a duplicate of another.
 std::vector<EntryPoint> allEntryPoints() {
     auto cb = std::make_shared<RecordingCallback>();
     auto pathCb = std::make_shared<RecordingPathCallback>();
+    const char* const resCtl = "dolmResCtlRequest";
+    const char* const saCtl = "dolmSACtlRequest";
     return {
-            {"ResCtl3", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
-            {"ResCtl4", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0); })},
-            {"ResCtl5", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0, 0); })},
-            {"ResCtlLead4", onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0); })},
-            {"ResCtlLead5",
+            {"ResCtl3", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
+            {"ResCtl4", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0); })},
+            {"ResCtl5", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0, 0); })},
+            {"ResCtlLead4", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0); })},
+            {"ResCtlLead5", resCtl, Op::kRequest,
              onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0); })},
-            {"ResCtlFull",
+            {"ResCtlFull", resCtl, Op::kRequest,
              onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0); })},
-            {"ResCtlCallback",
-             onList([cb](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb); })},
-            {"ResCtlRelease", [] { return dolmResCtlRelease(1); }},
-            {"SACtlFull", [] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1); }},
-            {"SACtlShort", [] { return dolmSACtlRequest(1, 1, 1); }},
-            {"SACtlCallback", [cb] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1, cb); }},
-            {"SACtlRelease", [] { return dolmSACtlRelease(1); }},
-            {"ListeningRegister",
+            {"ResCtlCallback", "dolm client DolmCallbackClient with callback", Op::kRequest,
+             onList([cb](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb); }), 1},
+            {"ResCtlRelease", "dolmResCtlRelease", Op::kRelease,
+             [] { return dolmResCtlRelease(1); }},
+            {"SACtlFull", saCtl, Op::kRequest, [] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1); }},
+            {"SACtlShort", saCtl, Op::kRequest, [] { return dolmSACtlRequest(1, 1, 1); }},
+            {"SACtlCallback", "dolmSACtlRequest with callback", Op::kRequest,
+             [cb] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1, cb); }, 1},
+            {"SACtlRelease", "dolmSACtlRelease", Op::kRelease, [] { return dolmSACtlRelease(1); }},
+            {"ListeningRegister", "dolm_res_listening_register_map", Op::kRegisterListener,
              onList([cb](ResourceList& l) { return dolmResListeningRegister(l, 0, cb); })},
-            {"ListeningUnRegister", [] { return dolmResListeningUnRegister(1); }},
-            {"StateRequest", onList([](ResourceList& l) {
+            {"ListeningUnRegister", "dolmResListeningUnRegister", Op::kUnregisterListener,
+             [] { return dolmResListeningUnRegister(1); }},
+            {"StateRequest", "dolmResStateRequest", Op::kGetData, onList([](ResourceList& l) {
                  ResourceList out;
                  return dolmResStateRequest(l, 0, out);
              })},
-            {"ThermalNotify", onList([](ResourceList& l) { return dolmThermalNotify(l, 0); })},
-            {"ThermalRegister", [cb] { return dolmThermalListeningRegister({1}, cb); }},
-            {"ThermalUnregister", [] { return dolmThermalListeningUnregister(1); }},
-            {"PathCtl", [] { return dolm_resctl_request_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0); }},
-            {"PathCtlCallback",
+            {"ThermalNotify", "dolmThermalNotify", Op::kRequest,
+             onList([](ResourceList& l) { return dolmThermalNotify(l, 0); })},
+            {"ThermalRegister", "dolmThermalListeningRegister", Op::kRegisterThermalListener,
+             [cb] { return dolmThermalListeningRegister({1}, cb); }},
+            {"ThermalUnregister", "dolmThermalListeningUnregister", Op::kUnregisterThermalListener,
+             [] { return dolmThermalListeningUnregister(1); }},
+            {"PathCtl", "dolm_resctl_request_by_path", Op::kRequest,
+             [] { return dolm_resctl_request_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0); }},
+            {"PathCtlCallback", "dolm client dolm_resctl_request_with_callback", Op::kRequest,
              [pathCb] {
                  return dolm_resctl_request_with_callback_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0,
                                                                   pathCb);
-             }},
-            {"PathState",
+             },
+             1},
+            {"PathState", "dolm_res_state_request", Op::kGetData,
              [] {
                  PathList out;
                  return dolm_res_state_request_by_path({"a"}, {}, 0, out);
              }},
-            {"PathStateMap",
+            {"PathStateMap", "dolm_res_state_request_map", Op::kGetData,
              [] {
                  PathMap out;
                  return dolm_res_state_request_map_by_path({{"a", "1"}}, 0, out);
              }},
-            {"PathListen",
+            {"PathListen", "dolm_res_listening_register", Op::kRegisterListener,
              [pathCb] { return dolm_res_listening_register_by_path({"a"}, 0, pathCb); }},
-            {"PathListenMap",
+            {"PathListenMap", "dolm_res_listening_register_map", Op::kRegisterListener,
              [pathCb] {
-                 return dolm_res_listening_register_map_by_path({{"a", "1"}}, 0, pathCb);
+                 return dolm_res_listening_register_map_by_path({{"b", "1"}}, 0, pathCb);
              }},
-            {"DumpToDoQueue", dolmDumpToDoQueue},
-            {"DumpRunMap", dolmDumpRunMap},
-            {"DumpActiveResMap", dolmDumpActiveResMap},
-            {"DumpResRequest", dolmDumpResRequest},
-            {"DumpResInfo", dolmDumpResInfo},
-            {"DumpSAInfo", dolmDumpSAInfo},
-            {"DumpPidFdList", dolmDumpPidFdList},
-            {"DumpPidfdMonitorMap", dolmDumpPidfdMonitorMap},
-            {"DumpResRecordList", dolmDumpResRecordList},
-            {"RecordOn", dolmHistoryRequestRecordOn},
-            {"RecordOff", dolmHistoryRequestRecordOff},
-            {"PropertySet", [] { return dolmPropertySet("k", "v"); }},
+            diagnostic("dolmDumpToDoQueue", dolmDumpToDoQueue),
+            diagnostic("dolmDumpRunMap", dolmDumpRunMap),
+            diagnostic("dolmDumpActiveResMap", dolmDumpActiveResMap),
+            diagnostic("dolmDumpResRequest", dolmDumpResRequest),
+            diagnostic("dolmDumpResInfo", dolmDumpResInfo),
+            diagnostic("dolmDumpSAInfo", dolmDumpSAInfo),
+            diagnostic("dolmDumpPidFdList", dolmDumpPidFdList),
+            diagnostic("dolmDumpPidfdMonitorMap", dolmDumpPidfdMonitorMap),
+            diagnostic("dolmDumpResRecordList", dolmDumpResRecordList),
+            diagnostic("dolmHistoryRequestRecordOn", dolmHistoryRequestRecordOn),
+            diagnostic("dolmHistoryRequestRecordOff", dolmHistoryRequestRecordOff),
+            {"PropertySet", "dolmPropertySet", Op::kSetProperty,
+             [] { return dolmPropertySet("k", "v"); }},
+            // The empty text is what a failed read gives.
+            {"PropertyGet", "dolmPropertyGet", Op::kGetProperty,
+             [] {
+                 std::unique_ptr<char[]> value(dolmPropertyGet("k"));
+                 return value[0] == '\0' ? -1 : 0;
+             }},
     };
 }
 
-class NoServiceTest : public HalclientNoServiceTest,
-                      public ::testing::WithParamInterface<EntryPoint> {};
+// Why no call reaches a service: none is registered, or it is a service of
+// the caller's own process, whose lookup gives the local object, to which no
+// death recipient can be linked.
+struct Unreachable {
+    const char* name;
+    bool localService;
+    LogLine connectLine;
+};
 
-TEST_P(NoServiceTest, ReturnsMinusOneAndLogsOnlyTheLookupFailure) {
-    EXPECT_EQ(GetParam().call(), -1);
-    EXPECT_EQ(GetParam().call(), -1);
-    EXPECT_EQ(errorsOf(mLog.lines()), (std::vector<LogLine>{error("Dolm HAL Service not found"),
-                                                            error("Dolm HAL Service not found")}));
-    EXPECT_EQ(requestCallbackCount(), 0u);
+void PrintTo(const Unreachable& c, std::ostream* os) {
+    *os << c.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(EntryPoints, NoServiceTest, ::testing::ValuesIn(allEntryPoints()),
-                         [](const auto& info) { return std::string(info.param.name); });
+class UnreachableTest : public HalclientNoServiceTest,
+                        public ::testing::WithParamInterface<Unreachable> {};
 
-TEST_F(HalclientNoServiceTest, InitAndPropertyGetWithoutServiceFailQuietly) {
-    dolm_init();
-    char* value = dolmPropertyGet("key");
-    ASSERT_NE(value, nullptr);
-    EXPECT_STREQ(value, "");
-    delete[] value;
-    EXPECT_EQ(
-            mLog.lines(),
-            (std::vector<LogLine>{info("dolm client dolm_init"), error("Dolm HAL Service not found"),
-                                  info("dolm client dolmPropertyGet"),
-                                  error("Dolm HAL Service not found"), info("dolmPropertyGet  ")}));
-}
-
-// A service of the caller's own process: the lookup gives the local object,
-// to which no death recipient can be linked, so the connection fails on every
-// call, each call tries again, and nothing ever reaches the service.
-TEST_F(HalclientNoServiceTest, LocalServiceFailsTheLinkOnEveryCall) {
-    auto service = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
-    ASSERT_NE(service, nullptr);
-    const LogLine unlinked = error("Unable to link to g_dolm_hal death notifications!");
+// Every call tries to connect again, fails with only the connect line as an
+// error, and registers no client.
+TEST_P(UnreachableTest, EveryEntryPointFailsWithTheConnectLine) {
+    std::shared_ptr<FakeDolmService> local;
+    if (GetParam().localService) {
+        local = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
+        ASSERT_NE(local, nullptr);
+    }
+    const LogLine& connect = GetParam().connectLine;
     for (const EntryPoint& entryPoint : allEntryPoints()) {
         SCOPED_TRACE(entryPoint.name);
         mLog.clear();
         EXPECT_EQ(entryPoint.call(), -1);
-        EXPECT_EQ(errorsOf(mLog.lines()), std::vector<LogLine>{unlinked});
+        EXPECT_EQ(entryPoint.call(), -1);
+        EXPECT_EQ(errorsOf(mLog.lines()), (std::vector<LogLine>{connect, connect}));
     }
     mLog.clear();
     dolm_init();
-    char* value = dolmPropertyGet("key");
-    ASSERT_NE(value, nullptr);
-    EXPECT_STREQ(value, "");
-    delete[] value;
-    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolm_init"), unlinked,
-                                                  info("dolm client dolmPropertyGet"), unlinked,
+    delete[] dolmPropertyGet("key");
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolm_init"), connect,
+                                                  info("dolm client dolmPropertyGet"), connect,
                                                   info("dolmPropertyGet  ")}));
-    EXPECT_TRUE(service->calls().empty());
     EXPECT_EQ(requestCallbackCount(), 0u);
+    if (local != nullptr) {
+        EXPECT_TRUE(local->calls().empty());
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+        Causes, UnreachableTest,
+        ::testing::Values(Unreachable{"NoService", false, error("Dolm HAL Service not found")},
+                          Unreachable{"LocalService", true,
+                                      error("Unable to link to g_dolm_hal death notifications!")}),
+        [](const auto& info) { return std::string(info.param.name); });
 
 using ConnectionTest = HalclientTest;
 
@@ -186,18 +206,45 @@ TEST_F(ConnectionTest, ConnectionIsKeptWhileCallsSucceed) {
     EXPECT_TRUE(replacement->calls().empty());
 }
 
-TEST_F(ConnectionTest, ServiceSpecificErrorDropsTheConnection) {
-    mService->setAnswer(Op::kRelease, Answer::serviceSpecific(0));
-    EXPECT_EQ(dolmResCtlRelease(1), -1);
-    EXPECT_EQ(mLog.count(failed("dolmResCtlRelease")), 1u);
+// Each entry point fails on the service it is connected to, by a
+// service-specific error or a failed transaction in turn: it returns -1, logs
+// its own failure line as its only error, and drops the connection, so that
+// the same call goes to a replacement registered beside the failed service
+// (which stays alive). A failed registration records nothing: the retry is
+// not refused as a duplicate. A failed request with a callback leaves its
+// one-shot client registered.
+TEST_F(ConnectionTest, EveryEntryPointDropsTheConnectionOnFailure) {
+    std::shared_ptr<FakeDolmService> connected = mService;
+    bool transport = false;
+    for (const EntryPoint& entryPoint : allEntryPoints()) {
+        SCOPED_TRACE(entryPoint.name);
+        transport = !transport;
+        // Content a successful answer would carry.
+        connected->setDataAnswer({entry(1, "1", "a")});
+        connected->setPropertyAnswer("unused");
+        connected->setAnswer(entryPoint.op,
+                             transport ? Answer::transportFailure(STATUS_FAILED_TRANSACTION)
+                                       : Answer::serviceSpecific(1));
+        const size_t clients = requestCallbackCount();
+        const size_t calls = connected->calls(entryPoint.op).size() + 1;
+        mLog.clear();
+        EXPECT_EQ(entryPoint.call(), -1);
+        std::vector<LogLine> errors{failed(entryPoint.label)};
+        // The registry is searched for the handle, unknown here, before the reset.
+        if (entryPoint.op == Op::kUnregisterListener) {
+            errors.insert(errors.begin(), error("The callback was not registered before"));
+        }
+        EXPECT_EQ(errorsOf(mLog.lines()), errors);
+        EXPECT_EQ(requestCallbackCount(), clients + entryPoint.clients);
+        EXPECT_EQ(connected->calls(entryPoint.op).size(), calls);
 
-    // The next call looks the service up again and finds the new instance.
-    auto replacement = FakeDolmService::start();
-    ASSERT_NE(replacement, nullptr);
-    replacement->setAnswer(Op::kRelease, Answer::ok(8));
-    EXPECT_EQ(dolmResCtlRelease(2), 8);
-    EXPECT_EQ(mService->calls(Op::kRelease).size(), 1u);
-    EXPECT_EQ(replacement->calls(Op::kRelease).size(), 1u);
+        std::shared_ptr<FakeDolmService> replacement = FakeDolmService::start();
+        ASSERT_NE(replacement, nullptr);
+        entryPoint.call();
+        EXPECT_EQ(connected->calls(entryPoint.op).size(), calls);
+        EXPECT_EQ(replacement->calls(entryPoint.op).size(), 1u);
+        connected = replacement;
+    }
 }
 
 TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {

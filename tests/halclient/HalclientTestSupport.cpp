@@ -5,8 +5,6 @@
 #include <android/binder_process.h>
 #include <android/log.h>
 
-#include <sstream>
-
 namespace halclienttest {
 
 namespace {
@@ -65,16 +63,6 @@ size_t requestCallbackCount() {
     return request_callbacks.size();
 }
 
-std::string describe(const DolmRequestData& data) {
-    auto text = [](const std::optional<std::string>& s) {
-        return s.has_value() ? "\"" + *s + "\"" : std::string("absent");
-    };
-    std::ostringstream out;
-    out << "{id " << data.id << ", param " << data.param << ", value " << text(data.value)
-        << ", path " << text(data.path) << ", extra " << text(data.extra) << "}";
-    return out.str();
-}
-
 void RecordingCallback::onCallback(std::list<ZelClient::Resource> resources) {
     {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -84,9 +72,9 @@ void RecordingCallback::onCallback(std::list<ZelClient::Resource> resources) {
     mArrived.notify_all();
 }
 
-bool RecordingCallback::waitFor(size_t count) {
+bool RecordingCallback::waitFor(size_t count, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mArrived.wait_for(lock, kWait, [&] { return mDeliveries.size() >= count; });
+    return mArrived.wait_for(lock, timeout, [&] { return mDeliveries.size() >= count; });
 }
 
 std::vector<ResourceList> RecordingCallback::deliveries() const {

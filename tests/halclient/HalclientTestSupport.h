@@ -55,15 +55,12 @@ bool waitForLine(const zeltest::LogCapture& log, const LogLine& line, size_t cou
 /** Size of request_callbacks, read under its mutex. */
 size_t requestCallbackCount();
 
-/** The one-line renderings used to compare parcel entries in failure messages. */
-std::string describe(const DolmRequestData& data);
-
 /** An id-form caller callback that records each delivery and the thread it ran on. */
 class RecordingCallback : public IClientCallback {
   public:
     void onCallback(std::list<ZelClient::Resource> resources) override;
     /** Waits for `count` deliveries; false on timeout. */
-    bool waitFor(size_t count);
+    bool waitFor(size_t count, std::chrono::milliseconds timeout = kWait);
     std::vector<ResourceList> deliveries() const;
     std::vector<std::thread::id> threads() const;
 

@@ -165,31 +165,6 @@ TEST(NestedDeliveryTest, RunsOnTheCallingThreadWithoutLibraryLocks) {
               nestedCases().size());
 }
 
-// Counts deliveries and can wait for them for a given time.
-class WaitingCallback : public IClientCallback {
-  public:
-    void onCallback(std::list<ZelClient::Resource> /*resources*/) override {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mThreads.push_back(std::this_thread::get_id());
-        }
-        mArrived.notify_all();
-    }
-    bool waitFor(size_t count, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mArrived.wait_for(lock, timeout, [&] { return mThreads.size() >= count; });
-    }
-    std::vector<std::thread::id> threads() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThreads;
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mArrived;
-    std::vector<std::thread::id> mThreads;
-};
-
 // Nothing in this suite has started a thread pool before this test.
 TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     const zeltest::Watchdog watchdog(std::chrono::seconds(60), "delivery without a thread pool");
@@ -198,7 +173,7 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     ServiceOptions options;
     options.delivery = ServiceOptions::Delivery::kAfterCall;
     ASSERT_TRUE(service.start(kInstance, options));
-    auto callback = std::make_shared<WaitingCallback>();
+    auto callback = std::make_shared<RecordingCallback>();
     ResourceList resources{res(5, "1")};
 
     const int handle = dolmResListeningRegister(resources, 0, callback);
@@ -212,7 +187,7 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
 
     // With a pool it arrives, on one of the pool's threads.
     ABinderProcess_startThreadPool();
-    ASSERT_TRUE(callback->waitFor(1, kWait));
+    ASSERT_TRUE(callback->waitFor(1));
     EXPECT_NE(callback->threads()[0], std::this_thread::get_id());
     EXPECT_EQ(log.count(cbInfo("DolmCallback::onCallback call IClientCallback onCallback "
                                "is_register 1")),
