@@ -91,17 +91,6 @@ INSTANTIATE_TEST_SUITE_P(
                                        zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
         [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(ZelNoServiceTest, ConnectsOnceTheServiceIsRegistered) {
-    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
-
-    std::shared_ptr<FakeDolmService> service = FakeDolmService::start();
-    ASSERT_NE(service, nullptr);
-    service->setAnswer(Op::kRequest, Answer::ok(33));
-    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 33);
-    EXPECT_EQ(service->calls(Op::kRequest).size(), 1u);
-    EXPECT_EQ(service->calls(Op::kInit).size(), 0u);
-}
-
 class ZelConnectionTest : public ZelServiceTest {
   protected:
     /** Registers a second fake under the same name; the first one stays alive. */
@@ -125,44 +114,80 @@ TEST_F(ZelConnectionTest, SuccessfulCallKeepsTheConnection) {
     EXPECT_TRUE(replacement->calls().empty());
 }
 
+// Each function fails on the service the library is connected to: it returns
+// its failure result (checked in its call), logs exactly its lines with its
+// failure label, and drops the connection, so that a replacement registered
+// beside the failing service (which stays alive and reachable) receives the
+// next call.
 TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
     struct Case {
-        const char* label;
         Op op;
         Answer failure;
         std::function<void()> call;
+        std::vector<LogLine> lines;
     };
-    std::string history;
     std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
     const auto acquire = [] { EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1); };
+    const std::vector<LogLine> acquireLines{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"),
+                                            failedLine("ZelEventAcquire"),
+                                            zelError("dolmResCtlRequest error:-1")};
+    const LogLine historyCall = zelInfo("zel client hal ZelGetHistory");
+    const LogLine statusCall = zelInfo("zel client hal ZelGetPMStatus");
     const Answer refused = Answer::serviceSpecific(1);
+    const Answer broken = Answer::transportFailure(STATUS_UNKNOWN_ERROR);
     const Case cases[] = {
-            {"ZelEventAcquire", Op::kRequest, refused, acquire},
-            {"ZelEventAcquire", Op::kRequest, Answer::transportFailure(STATUS_UNKNOWN_ERROR),
-             acquire},
-            {"dolm_init", Op::kInit, refused, [] { EXPECT_EQ(zelInit(), -2); }},
-            {"dolmResCtlRelease", Op::kRelease, refused, [] { ZelRelease(1); }},
-            {"ZelNotify", Op::kRequest, refused, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); }},
-            {"zelRuleCtl", Op::kRuleCtl, refused, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); }},
-            {"setRelatedSysInfo", Op::kSetRelatedSysInfo, refused,
-             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); }},
-            {"ZelGetHistory", Op::kGetData, refused, [&] { EXPECT_EQ(ZelGetHistory(history), -1); }},
-            {"ZelMutiResStateRequest", Op::kGetData, refused,
-             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); }},
-            {"ZelGetPMStatus", Op::kGetData, refused, [] { EXPECT_EQ(ZelGetPMStatus(1), -1); }},
+            {Op::kRequest, refused, acquire, acquireLines},
+            {Op::kRequest, broken, acquire, acquireLines},
+            {Op::kInit,
+             refused,
+             [] { EXPECT_EQ(zelInit(), -2); },
+             {zelError("zelInit enter"), failedLine("dolm_init")}},
+            {Op::kRelease,
+             broken,
+             [] { ZelRelease(1); },
+             {zelInfo("ZelRelease, handle:1"), failedLine("dolmResCtlRelease")}},
+            {Op::kRequest,
+             refused,
+             [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); },
+             {zelInfo("ZelNotify enter"), failedLine("ZelNotify")}},
+            {Op::kRuleCtl,
+             broken,
+             [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); },
+             {zelInfo("zelRuleCtl, ruleId:1, status:1"), failedLine("zelRuleCtl")}},
+            {Op::kSetRelatedSysInfo,
+             refused,
+             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); },
+             {failedLine("setRelatedSysInfo")}},
+            {Op::kGetData,
+             refused,
+             [] {
+                 std::string history = "kept";
+                 EXPECT_EQ(ZelGetHistory(history), -1);
+                 EXPECT_EQ(history, "kept");
+             },
+             {zelInfo("zel client ZelGetHistory"), historyCall, failedLine("ZelGetHistory"),
+              zelError("failed to get history or return vector empty, data vector size 0")}},
+            {Op::kGetData,
+             refused,
+             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); },
+             {zelInfo("ZelMutiResStateRequest enter"), failedLine("ZelMutiResStateRequest")}},
+            {Op::kGetData,
+             broken,
+             [] { EXPECT_EQ(ZelGetPMStatus(-2), -1); },
+             {zelInfo("zel client ZelGetPMStatus"), statusCall, failedLine("ZelGetPMStatus"),
+              zelError("failed to get power mode status, mode -2, data vector size 0")}},
     };
-    // Each case fails on the service the library is connected to, then a
-    // replacement registered beside it (the failing one stays alive and
-    // reachable) must receive the next call: it was looked up again.
     std::shared_ptr<FakeDolmService> connected = mService;
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.label);
+        SCOPED_TRACE(c.lines.front().text);
+        // What a successful answer would carry.
+        connected->setDataAnswer({entry(1, "3")});
         connected->setAnswer(c.op, c.failure);
         const size_t before = connected->calls(c.op).size();
         mLog.clear();
         c.call();
         ASSERT_EQ(connected->calls(c.op).size(), before + 1);
-        EXPECT_EQ(mLog.count(failedLine(c.label)), 1u);
+        EXPECT_THAT(zelLines(), ElementsAreArray(c.lines));
 
         std::shared_ptr<FakeDolmService> replacement = startReplacement();
         ASSERT_NE(replacement, nullptr);
@@ -173,33 +198,30 @@ TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
     }
 }
 
+// A death empties the holder: with no service registered, the next call
+// looks it up in vain; once one is registered again, a call connects to it
+// (without calling init).
 TEST_F(ZelConnectionTest, ReconnectsAfterTheServiceDied) {
     mService->setAnswer(Op::kRequest, Answer::ok(100));
     ASSERT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 100);
 
     mService->kill();
     ASSERT_TRUE(waitUntil([&] { return mLog.count(zelError("Dolm HAL Service died")) == 1; }));
+    mLog.clear();
+    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
+    std::vector<LogLine> expected{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i")};
+    for (const LogLine& line : notFoundLines()) expected.push_back(line);
+    EXPECT_THAT(zelLines(), ElementsAreArray(expected));
 
     std::shared_ptr<FakeDolmService> restarted = FakeDolmService::start();
     ASSERT_NE(restarted, nullptr);
     restarted->setAnswer(Op::kRequest, Answer::ok(300));
     EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 300);
     EXPECT_EQ(restarted->calls(Op::kRequest).size(), 1u);
+    EXPECT_TRUE(restarted->calls(Op::kInit).empty());
     EXPECT_EQ(mService->calls(Op::kRequest).size(), 1u);
-    // Death only empties the holder: no failed call was logged.
+    // No failed call was logged.
     EXPECT_EQ(mLog.count(failedLine("ZelEventAcquire")), 0u);
-}
-
-TEST_F(ZelConnectionTest, DeadServiceWithoutReplacementIsNotFound) {
-    ASSERT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 0);
-    mService->kill();
-    ASSERT_TRUE(waitUntil([&] { return mLog.count(zelError("Dolm HAL Service died")) == 1; }));
-
-    mLog.clear();
-    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
-    std::vector<LogLine> expected{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i")};
-    for (const LogLine& line : notFoundLines()) expected.push_back(line);
-    EXPECT_THAT(zelLines(), ElementsAreArray(expected));
 }
 
 TEST_F(ZelConnectionTest, RacingFirstCallsAllReachTheService) {
