@@ -106,7 +106,7 @@ TEST_F(CallbackClientTest, ClientIsOneBinderObjectThatReleasesTheCallerCallback)
     // Once the service lets go too, the client goes and takes the caller's
     // callback with it.
     mService->kill();
-    ASSERT_TRUE(waitForLine(mLog, error("Dolm HAL Service died")));
+    ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 1, kWait));
     mService = nullptr;
     EXPECT_TRUE(watch.expired());
     EXPECT_EQ(mLog.count(cbInfo("ndk backend ~DolmCallbackClient")), 1u);

@@ -250,7 +250,7 @@ TEST_F(ConnectionTest, EveryEntryPointDropsTheConnectionOnFailure) {
 TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
     EXPECT_EQ(dolmResCtlRelease(1), 0);
     mService->kill();
-    ASSERT_TRUE(waitForLine(mLog, error("Dolm HAL Service died")));
+    ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 1, kWait));
 
     for (int restart = 0; restart < 2; ++restart) {
         auto replacement = FakeDolmService::start();
@@ -260,76 +260,10 @@ TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
         EXPECT_EQ(replacement->calls(Op::kRelease).size(), 1u);
         // Each connection is linked to death anew.
         replacement->kill();
-        ASSERT_TRUE(waitForLine(mLog, error("Dolm HAL Service died"), 2 + restart));
+        ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 2 + restart, kWait));
     }
     EXPECT_EQ(mLog.count(failed("dolmResCtlRelease")), 0u);
 }
-
-// A logger that records lines like LogCapture and can hold the thread that
-// writes a chosen text until the test lets it go.
-class GatedLog {
-  public:
-    GatedLog() {
-        {
-            std::lock_guard<std::mutex> lock(sMutex);
-            sLines.clear();
-        }
-        // Not under sMutex: liblog calls write() under its own logger lock.
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-        __android_log_set_logger(write);
-    }
-    ~GatedLog() {
-        open();
-        __android_log_set_logger(__android_log_stderr_logger);
-    }
-
-    // Holds every later writer of `text` until open().
-    void close(const std::string& text) {
-        std::lock_guard<std::mutex> lock(sMutex);
-        sGate = text;
-        sHeld = 0;
-    }
-    void open() {
-        {
-            std::lock_guard<std::mutex> lock(sMutex);
-            sGate.clear();
-        }
-        sChanged.notify_all();
-    }
-    bool waitHeld(int count) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        return sChanged.wait_for(lock, kWait, [&] { return sHeld >= count; });
-    }
-    bool waitCount(const LogLine& line, size_t count) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        return sChanged.wait_for(lock, kWait, [&] { return countLocked(line) >= count; });
-    }
-    size_t count(const LogLine& line) {
-        std::lock_guard<std::mutex> lock(sMutex);
-        return countLocked(line);
-    }
-
-  private:
-    static size_t countLocked(const LogLine& line) {
-        return static_cast<size_t>(std::count(sLines.begin(), sLines.end(), line));
-    }
-    static void write(const struct __android_logger_data* data, const char* message) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        sLines.push_back(LogLine{data->priority, data->tag != nullptr ? data->tag : "", message});
-        if (!sGate.empty() && sGate == message) {
-            ++sHeld;
-            sChanged.notify_all();
-            sChanged.wait(lock, [] { return sGate.empty(); });
-        }
-        sChanged.notify_all();
-    }
-
-    static inline std::mutex sMutex;
-    static inline std::condition_variable sChanged;
-    static inline std::vector<LogLine> sLines;
-    static inline std::string sGate;
-    static inline int sHeld = 0;
-};
 
 // Two threads find no connection at once: one connects, the other finds the
 // connection made when it gets the exclusive lock, says so, and uses it. The
@@ -340,17 +274,15 @@ class GatedLog {
 // shared only before the first asks for it exclusively, so the two meet in
 // fewer rounds than with glibc's reader-preferring lock.
 TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
-    GatedLog log;
+    zeltest::LogCapture log;
     const LogLine notDeclared = error("Dolm is not declared");
-    const LogLine entryLine = info("dolm client dolmResCtlRelease");
     bool raced = false;
     for (int round = 0; round < 400 && !raced; ++round) {
+        log.clear();
         log.close("Dolm HAL Service not found");
-        const size_t entriesBefore = log.count(entryLine);
-        const size_t lostBefore = log.count(notDeclared);
         std::atomic<int> first{0};
         std::thread holder([&] { first = dolmResCtlRelease(1); });
-        ASSERT_TRUE(log.waitHeld(1));
+        ASSERT_TRUE(log.waitHeld(1, kWait));
 
         auto service = FakeDolmService::start();
         ASSERT_NE(service, nullptr);
@@ -358,7 +290,7 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
         std::atomic<int> results[2] = {{0}, {0}};
         std::thread racers[2] = {std::thread([&] { results[0] = dolmResCtlRelease(2); }),
                                  std::thread([&] { results[1] = dolmResCtlRelease(2); })};
-        ASSERT_TRUE(log.waitCount(entryLine, entriesBefore + 3));
+        ASSERT_TRUE(log.waitCount(info("dolm client dolmResCtlRelease"), 3, kWait));
         log.open();
         holder.join();
         for (std::thread& racer : racers) racer.join();
@@ -369,13 +301,11 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
         // after connecting, and may find the connection the others made.
         EXPECT_TRUE(first == -1 || first == 5) << first;
         EXPECT_EQ(service->calls(Op::kRelease).size(), first == 5 ? 3u : 2u);
-        const size_t lost = log.count(notDeclared) - lostBefore;
-        EXPECT_LE(lost, 1u);
-        raced = lost == 1;
+        EXPECT_LE(log.count(notDeclared), 1u);
+        raced = log.count(notDeclared) == 1;
 
-        const size_t diedBefore = log.count(error("Dolm HAL Service died"));
         service->kill();
-        ASSERT_TRUE(log.waitCount(error("Dolm HAL Service died"), diedBefore + 1));
+        ASSERT_TRUE(log.waitCount(error("Dolm HAL Service died"), 1, kWait));
     }
     EXPECT_TRUE(raced) << "the two threads never met at the connection step";
 }

@@ -3,60 +3,8 @@
 #include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <android/log.h>
 
 namespace halclienttest {
-
-namespace {
-constexpr const char* kTag = "DOLMFramework-lib-vendor";
-constexpr const char* kCallbackTag = "DolmFramework-lib-vendor";
-}  // namespace
-
-LogLine info(const std::string& text) {
-    return LogLine{ANDROID_LOG_INFO, kTag, text};
-}
-
-LogLine error(const std::string& text) {
-    return LogLine{ANDROID_LOG_ERROR, kTag, text};
-}
-
-LogLine cbInfo(const std::string& text) {
-    return LogLine{ANDROID_LOG_INFO, kCallbackTag, text};
-}
-
-LogLine cbError(const std::string& text) {
-    return LogLine{ANDROID_LOG_ERROR, kCallbackTag, text};
-}
-
-LogLine failed(const std::string& label) {
-    return error(label + "() failed: dolm HAL service not available");
-}
-
-ZelClient::Resource res(int32_t id, const std::string& value) {
-    return ZelClient::Resource{id, value};
-}
-
-ZelClient::Resource bare(int32_t id) {
-    return ZelClient::Resource{id, std::nullopt};
-}
-
-DolmRequestData entry(int32_t id, std::optional<std::string> value,
-                      std::optional<std::string> path) {
-    DolmRequestData data;
-    data.id = id;
-    data.value = std::move(value);
-    data.path = std::move(path);
-    return data;
-}
-
-bool waitForLine(const zeltest::LogCapture& log, const LogLine& line, size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + kWait;
-    while (log.count(line) < count) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 size_t requestCallbackCount() {
     std::lock_guard<std::mutex> lock(request_callback_mutex);

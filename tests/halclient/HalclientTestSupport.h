@@ -5,6 +5,7 @@
  */
 #pragma once
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -32,25 +33,42 @@ using zeltest::Op;
 
 inline constexpr auto kWait = std::chrono::seconds(10);
 
-/** INFO and ERROR lines under the request functions' tag. */
-LogLine info(const std::string& text);
-LogLine error(const std::string& text);
-/** INFO and ERROR lines under the callback client's tag. */
-LogLine cbInfo(const std::string& text);
-LogLine cbError(const std::string& text);
+inline constexpr const char* kTag = "DOLMFramework-lib-vendor";
+inline constexpr const char* kCallbackTag = "DolmFramework-lib-vendor";
+
+/** INFO and ERROR lines under the request functions' tag and the callback client's. */
+inline LogLine info(const std::string& text) {
+    return {ANDROID_LOG_INFO, kTag, text};
+}
+inline LogLine error(const std::string& text) {
+    return {ANDROID_LOG_ERROR, kTag, text};
+}
+inline LogLine cbInfo(const std::string& text) {
+    return {ANDROID_LOG_INFO, kCallbackTag, text};
+}
+inline LogLine cbError(const std::string& text) {
+    return {ANDROID_LOG_ERROR, kCallbackTag, text};
+}
 /** The reset line of a failed call. */
-LogLine failed(const std::string& label);
+inline LogLine failed(const std::string& label) {
+    return error(label + "() failed: dolm HAL service not available");
+}
 
 /** A resource with a value, and one without. */
-ZelClient::Resource res(int32_t id, const std::string& value);
-ZelClient::Resource bare(int32_t id);
+inline ZelClient::Resource res(int32_t id, const std::string& value) {
+    return {id, value};
+}
+inline ZelClient::Resource bare(int32_t id) {
+    return {id, std::nullopt};
+}
 
 /** An entry as the service sends it. */
-DolmRequestData entry(int32_t id, std::optional<std::string> value,
-                      std::optional<std::string> path = std::nullopt);
-
-/** Waits until `log` holds at least `count` copies of `line`; false on timeout. */
-bool waitForLine(const zeltest::LogCapture& log, const LogLine& line, size_t count = 1);
+inline DolmRequestData entry(int32_t id, std::optional<std::string> value,
+                             std::optional<std::string> path = std::nullopt) {
+    DolmRequestData data = zeltest::entry(id, std::move(value));
+    data.path = std::move(path);
+    return data;
+}
 
 /** Size of request_callbacks, read under its mutex. */
 size_t requestCallbackCount();

@@ -160,7 +160,7 @@ TEST(ListenerDeathTest, RegistrationsOfEveryKindReturnWhileTheServiceDies) {
     // No death notification may still run while the process exits.
     const size_t deaths = log.count(error("Dolm HAL Service died"));
     service.kill();
-    EXPECT_TRUE(waitForLine(log, error("Dolm HAL Service died"), deaths + 1));
+    EXPECT_TRUE(log.waitCount(error("Dolm HAL Service died"), deaths + 1, kWait));
 }
 
 }  // namespace

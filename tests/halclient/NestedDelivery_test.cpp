@@ -195,7 +195,7 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
 
     // The pool receives the death notice too; none may still run at exit.
     service.kill();
-    EXPECT_TRUE(waitForLine(log, error("Dolm HAL Service died")));
+    EXPECT_TRUE(log.waitCount(error("Dolm HAL Service died"), 1, kWait));
 }
 
 }  // namespace
