@@ -29,20 +29,14 @@ TEST_F(CallbackClientTest, IdFormTranslatesEntriesAndLogsEach) {
                       cbInfo("DolmCallbackClient::onCallback res_Id 0x10 res_Value 1 is_register "
                              "0"),
                       cbInfo("DolmCallbackClient::onCallback res_Id 0x11 is_register 0"),
-                      cbInfo("DolmCallback::onCallback call IClientCallback onCallback "
-                             "is_register 0"),
-                      cbInfo("callback is found in request_callbacks"),
-                      cbInfo("DolmCallback::onCallback request callback called , remove from "
-                             "request_callbacks , request_callbacks size before 1 after 0")}));
+                      calledBack(0), found(), removed(1, 0)}));
 
     // A second delivery still reaches the caller, but the client is gone.
     mLog.clear();
     ASSERT_TRUE(mService->deliver(0, {entry(0x10, "2")}).isOk());
     EXPECT_EQ(callback->deliveries().size(), 2u);
     EXPECT_EQ(mLog.count(cbError("callback not found in request_callbacks")), 1u);
-    EXPECT_EQ(mLog.count(cbInfo("DolmCallback::onCallback request callback called , remove from "
-                                "request_callbacks , request_callbacks size before 0 after 0")),
-              1u);
+    EXPECT_EQ(mLog.count(removed(0, 0)), 1u);
 }
 
 TEST_F(CallbackClientTest, EmptyDeliveryToOneShotRemovesWithoutCalling) {
@@ -53,11 +47,7 @@ TEST_F(CallbackClientTest, EmptyDeliveryToOneShotRemovesWithoutCalling) {
     mLog.clear();
     ASSERT_TRUE(mService->deliver(1, {}).isOk());
     EXPECT_TRUE(second->deliveries().empty());
-    EXPECT_EQ(mLog.lines(),
-              (std::vector<LogLine>{
-                      cbInfo("callback is found in request_callbacks"),
-                      cbInfo("DolmCallback::onCallback request callback called , remove from "
-                             "request_callbacks , request_callbacks size before 2 after 1")}));
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{found(), removed(2, 1)}));
     // The other client is still there and is the one that remains.
     ASSERT_TRUE(mService->deliver(0, {entry(1, "x")}).isOk());
     EXPECT_EQ(first->deliveries().size(), 1u);
@@ -75,13 +65,9 @@ TEST_F(CallbackClientTest, NullCallerCallbackStillLogsAndRemoves) {
     EXPECT_EQ(mLog.lines(),
               (std::vector<LogLine>{
                       cbInfo("DolmCallbackClient::onCallback res_Id 0x2 res_Value 5 is_register 0"),
-                      cbInfo("callback is found in request_callbacks"),
-                      cbInfo("DolmCallback::onCallback request callback called , remove from "
-                             "request_callbacks , request_callbacks size before 2 after 1"),
+                      found(), removed(2, 1),
                       cbInfo("DolmCallbackClient::onCallback res_Id /p res_Value 6 is_register 0"),
-                      cbInfo("callback is found in request_callbacks"),
-                      cbInfo("DolmCallback::onCallback request callback called , remove from "
-                             "request_callbacks , request_callbacks size before 1 after 0")}));
+                      found(), removed(1, 0)}));
 }
 
 TEST_F(CallbackClientTest, ClientIsOneBinderObjectThatReleasesTheCallerCallback) {

@@ -49,6 +49,20 @@ inline LogLine cbInfo(const std::string& text) {
 inline LogLine cbError(const std::string& text) {
     return {ANDROID_LOG_ERROR, kCallbackTag, text};
 }
+/** The callback client's lines: the caller's callback is called, a one-shot client found and removed. */
+inline LogLine calledBack(int isRegister) {
+    return cbInfo("DolmCallback::onCallback call IClientCallback onCallback is_register " +
+                  std::to_string(isRegister));
+}
+inline LogLine found() {
+    return cbInfo("callback is found in request_callbacks");
+}
+inline LogLine removed(int before, int after) {
+    return cbInfo(
+            "DolmCallback::onCallback request callback called , remove from "
+            "request_callbacks , request_callbacks size before " +
+            std::to_string(before) + " after " + std::to_string(after));
+}
 /** The reset line of a failed call. */
 inline LogLine failed(const std::string& label) {
     return error(label + "() failed: dolm HAL service not available");

@@ -189,9 +189,7 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     ABinderProcess_startThreadPool();
     ASSERT_TRUE(callback->waitFor(1));
     EXPECT_NE(callback->threads()[0], std::this_thread::get_id());
-    EXPECT_EQ(log.count(cbInfo("DolmCallback::onCallback call IClientCallback onCallback "
-                               "is_register 1")),
-              1u);
+    EXPECT_EQ(log.count(calledBack(1)), 1u);
 
     // The pool receives the death notice too; none may still run at exit.
     service.kill();

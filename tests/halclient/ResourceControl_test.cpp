@@ -177,7 +177,7 @@ TEST(ResourceControlDeliveryTest, CallbackFromAnotherThreadArrivesBeforeRequestR
     EXPECT_EQ(deliveries[0].size(), 2u);
     EXPECT_NE(callback->threads()[0], std::this_thread::get_id());
     EXPECT_EQ(requestCallbackCount(), 0u);
-    EXPECT_EQ(log.count(cbInfo("callback is found in request_callbacks")), 1u);
+    EXPECT_EQ(log.count(found()), 1u);
 }
 
 TEST_F(ResourceControlTest, ReleasePassesHandleAndResult) {
