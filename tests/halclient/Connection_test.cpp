@@ -197,15 +197,6 @@ TEST_F(ConnectionTest, InitCallsTheServiceAndResetsOnFailure) {
     EXPECT_EQ(mLog.count(failed("dolm_init")), 1u);
 }
 
-TEST_F(ConnectionTest, ConnectionIsKeptWhileCallsSucceed) {
-    EXPECT_EQ(dolmResCtlRelease(1), 0);
-    auto replacement = FakeDolmService::start();
-    ASSERT_NE(replacement, nullptr);
-    EXPECT_EQ(dolmResCtlRelease(2), 0);
-    EXPECT_EQ(mService->calls(Op::kRelease).size(), 2u);
-    EXPECT_TRUE(replacement->calls().empty());
-}
-
 // Each entry point fails on the service it is connected to, by a
 // service-specific error or a failed transaction in turn: it returns -1, logs
 // its own failure line as its only error, and drops the connection, so that
@@ -247,8 +238,16 @@ TEST_F(ConnectionTest, EveryEntryPointDropsTheConnectionOnFailure) {
     }
 }
 
+// The connection is kept while calls succeed, even when another service is
+// registered under the name; a death drops it, and each new one is linked to
+// death anew.
 TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
     EXPECT_EQ(dolmResCtlRelease(1), 0);
+    auto ignored = FakeDolmService::start();
+    ASSERT_NE(ignored, nullptr);
+    EXPECT_EQ(dolmResCtlRelease(1), 0);
+    EXPECT_EQ(mService->calls(Op::kRelease).size(), 2u);
+    EXPECT_TRUE(ignored->calls().empty());
     mService->kill();
     ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 1, kWait));
 
@@ -258,7 +257,6 @@ TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
         replacement->setAnswer(Op::kRelease, Answer::ok(30 + restart));
         EXPECT_EQ(dolmResCtlRelease(2), 30 + restart);
         EXPECT_EQ(replacement->calls(Op::kRelease).size(), 1u);
-        // Each connection is linked to death anew.
         replacement->kill();
         ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 2 + restart, kWait));
     }
@@ -317,15 +315,12 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
 // starts no thread pool).
 enum class ServiceHost { kInProcess, kServiceProcess };
 
-void PrintTo(ServiceHost host, std::ostream* os) {
-    *os << (host == ServiceHost::kInProcess ? "InProcess" : "ServiceProcess");
-}
-
 class ConcurrentRequestsTest : public ::testing::TestWithParam<ServiceHost> {};
 
 // Callback requests from several threads while their deliveries run: the
 // connection lock (shared), the registry mutex and the delivery's own use of
-// the registry mutex must not get in each other's way.
+// the registry mutex must not get in each other's way. Each delivery has
+// arrived, on its thread, by the time its request returns.
 TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     const zeltest::Watchdog watchdog(std::chrono::seconds(60), "concurrent callback requests");
     zeltest::silenceLog();
@@ -345,14 +340,17 @@ TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
         callbacks.push_back(std::make_shared<RecordingCallback>());
     }
     std::vector<int> results(kThreads * kRequests, -1);
+    // Deliveries a callback had received when its request returned.
+    std::vector<size_t> deliveredOnReturn(kThreads * kRequests, 0);
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (size_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (size_t i = 0; i < kRequests; ++i) {
+                const size_t n = t * kRequests + i;
                 ResourceList resources{res(1, "1")};
-                results[t * kRequests + i] = dolmResCtlRequest(-1, 1, resources, -1, -1, 0,
-                                                               callbacks[t * kRequests + i]);
+                results[n] = dolmResCtlRequest(-1, 1, resources, -1, -1, 0, callbacks[n]);
+                deliveredOnReturn[n] = callbacks[n]->deliveries().size();
                 dolmResCtlRelease(static_cast<int>(i));
             }
         });
@@ -364,6 +362,7 @@ TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     for (size_t n = 0; n < callbacks.size(); ++n) {
         SCOPED_TRACE(n);
         EXPECT_NE(results[n], -1);
+        EXPECT_EQ(deliveredOnReturn[n], 1u);
         ASSERT_EQ(callbacks[n]->deliveries().size(), 1u);
         const bool onCaller = callbacks[n]->threads()[0] == callers[n / kRequests];
         EXPECT_EQ(onCaller, GetParam() == ServiceHost::kServiceProcess);

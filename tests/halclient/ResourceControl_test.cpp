@@ -156,30 +156,6 @@ TEST_F(ResourceControlTest, InvalidListIsRefusedWithoutCall) {
     EXPECT_EQ(requestCallbackCount(), 0u);
 }
 
-// The fake lives in this process and is reached through an in-process proxy,
-// so it delivers from the binder thread that serves the request while the
-// caller waits, as a service that delivers from another thread does. (A
-// service in another process that delivers from inside the request reaches
-// the caller's own thread: NestedDelivery_test.cpp.)
-TEST(ResourceControlDeliveryTest, CallbackFromAnotherThreadArrivesBeforeRequestReturns) {
-    zeltest::LogCapture log;
-    auto service = CallingBackService::startCallingBack({entry(7, "70"), entry(8, std::nullopt)});
-    ASSERT_NE(service, nullptr);
-    service->setAnswer(Op::kRequest, Answer::ok(3));
-    auto callback = std::make_shared<RecordingCallback>();
-    ResourceList resources{res(7, "1")};
-
-    EXPECT_EQ(dolmResCtlRequest(-1, 10, resources, -1, -1, 0, callback), 3);
-
-    // No waiting: the delivery has already happened.
-    std::vector<ResourceList> deliveries = callback->deliveries();
-    ASSERT_EQ(deliveries.size(), 1u);
-    EXPECT_EQ(deliveries[0].size(), 2u);
-    EXPECT_NE(callback->threads()[0], std::this_thread::get_id());
-    EXPECT_EQ(requestCallbackCount(), 0u);
-    EXPECT_EQ(log.count(found()), 1u);
-}
-
 TEST_F(ResourceControlTest, ReleasePassesHandleAndResult) {
     mService->setAnswer(Op::kRelease, Answer::ok(6));
     EXPECT_EQ(dolmResCtlRelease(-4), 6);
