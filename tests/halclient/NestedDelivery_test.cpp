@@ -78,10 +78,12 @@ class ReenteringCallback : public IClientCallback, public IClientCallbackByPath 
     size_t mReenterOn;
 };
 
+using Reentering = std::shared_ptr<ReenteringCallback>;
+
 struct NestedCase {
     const char* name;
     // Makes the call during which the service delivers to `callback`; returns its result.
-    std::function<int(const std::shared_ptr<ReenteringCallback>& callback)> call;
+    std::function<int(const Reentering& callback)> call;
     // The delivery that happens inside the call: the first, or a later one.
     size_t delivery = 1;
 };
@@ -89,36 +91,32 @@ struct NestedCase {
 std::vector<NestedCase> nestedCases() {
     return {
             {"ResCtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(5, "1")};
                  return dolmResCtlRequest(-1, 10, resources, -1, -1, 0, cb);
              }},
             {"SACtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
-                 return dolmSACtlRequest(-1, 10, 4, -1, -1, 0, cb);
-             }},
+             [](const Reentering& cb) { return dolmSACtlRequest(-1, 10, 4, -1, -1, 0, cb); }},
             {"PathCtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  return dolm_resctl_request_with_callback_by_path(-1, 10, {"/nested/ctl"}, {"1"},
                                                                   -1, -1, 0, cb);
              }},
             {"ListeningRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(7, "1")};
                  return dolmResListeningRegister(resources, 0, cb);
              }},
             {"PathListeningRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  return dolm_res_listening_register_by_path({"/nested/listen"}, 0, cb);
              }},
             {"ThermalRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
-                 return dolmThermalListeningRegister({8}, cb);
-             }},
+             [](const Reentering& cb) { return dolmThermalListeningRegister({8}, cb); }},
             // The service calls the listener registered last from inside an
             // event request: the listener's second delivery.
             {"ZelEventAcquireNotifiesListener",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(9, "1")};
                  if (dolmResListeningRegister(resources, 0, cb) == -1) return -1;
                  return ZelEventAcquire(3, "pkg", "id", 10, {});

@@ -100,10 +100,12 @@ TEST_F(WrapperTest, ReleasePassesAnyHandle) {
 
 // One row of the notify dispatch: the wrapper's arguments and the rule
 // control call it must make, if any.
+using Data = std::vector<DolmRequestData>;
+
 struct RuleCall {
     int32_t rule;
     int32_t status;
-    std::vector<DolmRequestData> data;
+    Data data;
 };
 
 struct NotifyRow {
@@ -202,9 +204,9 @@ TEST_F(WrapperTest, NotifyRulesBuiltFromText) {
                     {14, 2, 2, "g", std::nullopt},
                     {130, 0, 0, "1,2", RuleCall{130, 0, {}}},
                     {130, 1, 0, "1,2",
-                     RuleCall{130,
-                              1,
-                              {entry(opCodeTargetLoad[0], "1"), entry(opCodeTargetLoad[1], "2")}}},
+                     RuleCall{130, 1,
+                              Data{entry(opCodeTargetLoad[0], "1"),
+                                   entry(opCodeTargetLoad[1], "2")}}},
                     // A text that yields no record still sends the empty list.
                     {130, 1, 0, "1,-1", RuleCall{130, 1, {}}},
                     {130, 1, 0, "", std::nullopt},
@@ -215,10 +217,9 @@ TEST_F(WrapperTest, NotifyRulesBuiltFromText) {
                     {131, 1, 0, "", std::nullopt},
                     {9000, 0, 0, "", RuleCall{9000, 0, {}}},
                     {9000, 1, 0, "1,2",
-                     RuleCall{9000,
-                              1,
-                              {entry(opCodeAdpXpuCoreBoost[0], "1"),
-                               entry(opCodeAdpXpuCoreBoost[1], "2")}}},
+                     RuleCall{9000, 1,
+                              Data{entry(opCodeAdpXpuCoreBoost[0], "1"),
+                                   entry(opCodeAdpXpuCoreBoost[1], "2")}}},
                     {9000, 1, 0, "", std::nullopt},
                     {9000, 3, 0, "1,2", std::nullopt},
             });

@@ -84,11 +84,12 @@ TEST_P(ZelUnreachableTest, EveryFunctionFailsWithTheConnectLines) {
 
 INSTANTIATE_TEST_SUITE_P(
         Causes, ZelUnreachableTest,
-        ::testing::Values(Unreachable{"NoService", false, notFoundLines()},
-                          Unreachable{"LocalService",
-                                      true,
-                                      {zelError("Unable to link to g_zel_hal death notifications!"),
-                                       zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
+        ::testing::Values(
+                Unreachable{"NoService", false, notFoundLines()},
+                Unreachable{"LocalService", true,
+                            std::vector<LogLine>{
+                                    zelError("Unable to link to g_zel_hal death notifications!"),
+                                    zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
         [](const auto& info) { return std::string(info.param.name); });
 
 class ZelConnectionTest : public ZelServiceTest {
@@ -108,17 +109,17 @@ class ZelConnectionTest : public ZelServiceTest {
 // beside the failing service (which stays alive and reachable) receives the
 // next call.
 TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
+    using Lines = std::vector<LogLine>;
     struct Case {
         Op op;
         Answer failure;
         std::function<void()> call;
-        std::vector<LogLine> lines;
+        Lines lines;
     };
     std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
     const auto acquire = [] { EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1); };
-    const std::vector<LogLine> acquireLines{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"),
-                                            failedLine("ZelEventAcquire"),
-                                            zelError("dolmResCtlRequest error:-1")};
+    const Lines acquireLines{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"),
+                             failedLine("ZelEventAcquire"), zelError("dolmResCtlRequest error:-1")};
     const LogLine historyCall = zelInfo("zel client hal ZelGetHistory");
     const LogLine statusCall = zelInfo("zel client hal ZelGetPMStatus");
     const Answer refused = Answer::serviceSpecific(1);
@@ -126,44 +127,29 @@ TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
     const Case cases[] = {
             {Op::kRequest, refused, acquire, acquireLines},
             {Op::kRequest, broken, acquire, acquireLines},
-            {Op::kInit,
-             refused,
-             [] { EXPECT_EQ(zelInit(), -2); },
-             {zelError("zelInit enter"), failedLine("dolm_init")}},
-            {Op::kRelease,
-             broken,
-             [] { ZelRelease(1); },
-             {zelInfo("ZelRelease, handle:1"), failedLine("dolmResCtlRelease")}},
-            {Op::kRequest,
-             refused,
-             [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); },
-             {zelInfo("ZelNotify enter"), failedLine("ZelNotify")}},
-            {Op::kRuleCtl,
-             broken,
-             [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); },
-             {zelInfo("zelRuleCtl, ruleId:1, status:1"), failedLine("zelRuleCtl")}},
-            {Op::kSetRelatedSysInfo,
-             refused,
-             [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); },
-             {failedLine("setRelatedSysInfo")}},
-            {Op::kGetData,
-             refused,
+            {Op::kInit, refused, [] { EXPECT_EQ(zelInit(), -2); },
+             Lines{zelError("zelInit enter"), failedLine("dolm_init")}},
+            {Op::kRelease, broken, [] { ZelRelease(1); },
+             Lines{zelInfo("ZelRelease, handle:1"), failedLine("dolmResCtlRelease")}},
+            {Op::kRequest, refused, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); },
+             Lines{zelInfo("ZelNotify enter"), failedLine("ZelNotify")}},
+            {Op::kRuleCtl, broken, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); },
+             Lines{zelInfo("zelRuleCtl, ruleId:1, status:1"), failedLine("zelRuleCtl")}},
+            {Op::kSetRelatedSysInfo, refused, [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); },
+             Lines{failedLine("setRelatedSysInfo")}},
+            {Op::kGetData, refused,
              [] {
                  std::string history = "kept";
                  EXPECT_EQ(ZelGetHistory(history), -1);
                  EXPECT_EQ(history, "kept");
              },
-             {zelInfo("zel client ZelGetHistory"), historyCall, failedLine("ZelGetHistory"),
-              zelError("failed to get history or return vector empty, data vector size 0")}},
-            {Op::kGetData,
-             refused,
-             [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); },
-             {zelInfo("ZelMutiResStateRequest enter"), failedLine("ZelMutiResStateRequest")}},
-            {Op::kGetData,
-             broken,
-             [] { EXPECT_EQ(ZelGetPMStatus(-2), -1); },
-             {zelInfo("zel client ZelGetPMStatus"), statusCall, failedLine("ZelGetPMStatus"),
-              zelError("failed to get power mode status, mode -2, data vector size 0")}},
+             Lines{zelInfo("zel client ZelGetHistory"), historyCall, failedLine("ZelGetHistory"),
+                   zelError("failed to get history or return vector empty, data vector size 0")}},
+            {Op::kGetData, refused, [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); },
+             Lines{zelInfo("ZelMutiResStateRequest enter"), failedLine("ZelMutiResStateRequest")}},
+            {Op::kGetData, broken, [] { EXPECT_EQ(ZelGetPMStatus(-2), -1); },
+             Lines{zelInfo("zel client ZelGetPMStatus"), statusCall, failedLine("ZelGetPMStatus"),
+                   zelError("failed to get power mode status, mode -2, data vector size 0")}},
     };
     std::shared_ptr<FakeDolmService> connected = mService;
     for (const Case& c : cases) {

@@ -123,27 +123,23 @@ TEST_F(ZelEventTest, LongTraceNameIsCutButLogAndParcelKeepTheFullText) {
 // The resource forms: no package for ZelResAcquire, identity before package
 // for ZelPlatformResAcquire.
 TEST_F(ZelEventTest, ResourceFormsForwardToTheEventRequest) {
+    using Lines = std::vector<LogLine>;
     struct Case {
         std::function<int32_t()> call;
         int32_t requestType;
         const char* pkg;
         int32_t timeout;
-        std::vector<LogLine> lines;
+        Lines lines;
     };
     int ignored = 0;
     const Case cases[] = {
-            {[] { return ZelResAcquire(kTwoResources, nullptr, "ident", -1); },
-             1,
-             "",
-             -1,
-             {zelInfo("ZelResAcquire"),
-              zelInfo("ZelEventAcquire, cmdid:-2, pkg:none, identity:ident")}},
-            {[&] { return ZelPlatformResAcquire(kTwoResources, &ignored, "ident", "pkg", 20); },
-             12,
-             "pkg",
-             20,
-             {zelInfo("ZelPlatformResAcquire"),
-              zelInfo("ZelEventAcquire, cmdid:-3, pkg:pkg, identity:ident")}},
+            {[] { return ZelResAcquire(kTwoResources, nullptr, "ident", -1); }, 1, "", -1,
+             Lines{zelInfo("ZelResAcquire"),
+                   zelInfo("ZelEventAcquire, cmdid:-2, pkg:none, identity:ident")}},
+            {[&] { return ZelPlatformResAcquire(kTwoResources, &ignored, "ident", "pkg", 20); }, 12,
+             "pkg", 20,
+             Lines{zelInfo("ZelPlatformResAcquire"),
+                   zelInfo("ZelEventAcquire, cmdid:-3, pkg:pkg, identity:ident")}},
     };
     mService->setAnswer(Op::kRequest, Answer::ok(12));
     for (const Case& c : cases) {
@@ -161,22 +157,16 @@ TEST_F(ZelEventTest, ResourceFormsForwardToTheEventRequest) {
 }
 
 TEST_F(ZelEventTest, ReleaseSendsAnyHandleAsItIs) {
-    TraceCapture trace;
-    const int32_t handles[] = {7, 0, -5};
-    for (int32_t handle : handles) ZelRelease(handle);
-
-    const std::vector<Call> releases = mService->calls(Op::kRelease);
-    ASSERT_EQ(releases.size(), 3u);
-    EXPECT_EQ(releases[0].first, 7);
-    EXPECT_EQ(releases[1].first, 0);
-    EXPECT_EQ(releases[2].first, -5);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("ZelRelease, handle:7"), zelInfo("ZelRelease, handle:0"),
-                            zelInfo("ZelRelease, handle:-5")));
-    EXPECT_THAT(trace.events(),
-                ElementsAre(TraceEvent{true, "ZelRelease: 7"}, TraceEvent{false, ""},
-                            TraceEvent{true, "ZelRelease: 0"}, TraceEvent{false, ""},
-                            TraceEvent{true, "ZelRelease: -5"}, TraceEvent{false, ""}));
+    for (int32_t handle : {7, 0, -5}) {
+        mLog.clear();
+        TraceCapture trace;
+        ZelRelease(handle);
+        const std::string text = std::to_string(handle);
+        EXPECT_EQ(mService->calls(Op::kRelease).back().first, handle);
+        EXPECT_THAT(zelLines(), ElementsAre(zelInfo("ZelRelease, handle:" + text)));
+        EXPECT_THAT(trace.events(),
+                    ElementsAre(TraceEvent{true, "ZelRelease: " + text}, TraceEvent{false, ""}));
+    }
 }
 
 TEST_F(ZelEventTest, InitCallsTheService) {

@@ -27,6 +27,16 @@ DolmRequestData withExtra(std::optional<std::string> extra) {
 }
 
 TEST_F(ZelQueryTest, HistoryJoinsTheReturnedTexts) {
+    // An empty answer leaves the caller's text.
+    std::string kept = "kept";
+    EXPECT_EQ(ZelGetHistory(kept), -1);
+    EXPECT_EQ(kept, "kept");
+    EXPECT_THAT(
+            zelLines(),
+            ElementsAre(
+                    zelInfo("zel client ZelGetHistory"), zelInfo("zel client hal ZelGetHistory"),
+                    zelError("failed to get history or return vector empty, data vector size 0")));
+
     struct Case {
         std::vector<DolmRequestData> answer;
         const char* history;
@@ -51,17 +61,6 @@ TEST_F(ZelQueryTest, HistoryJoinsTheReturnedTexts) {
     const DolmRequestParcel parcel = mService->calls(Op::kGetData).back().parcel;
     EXPECT_EQ(parcel.requestType, 11);
     EXPECT_THAT(parcel.data, IsEmpty());
-}
-
-TEST_F(ZelQueryTest, EmptyHistoryLeavesTheCallersText) {
-    std::string history = "kept";
-    EXPECT_EQ(ZelGetHistory(history), -1);
-    EXPECT_EQ(history, "kept");
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(
-                    zelInfo("zel client ZelGetHistory"), zelInfo("zel client hal ZelGetHistory"),
-                    zelError("failed to get history or return vector empty, data vector size 0")));
 }
 
 TEST_F(ZelQueryTest, StateRequestAsksForIdsOnlyAndFillsMatches) {
@@ -134,6 +133,13 @@ std::string stoiError(const char* text) {
 }
 
 TEST_F(ZelQueryTest, PowerModeStatusIsTheLeadingNumber) {
+    EXPECT_EQ(ZelGetPMStatus(4), -1);  // an empty answer
+    EXPECT_THAT(
+            zelLines(),
+            ElementsAre(zelInfo("zel client ZelGetPMStatus"),
+                        zelInfo("zel client hal ZelGetPMStatus"),
+                        zelError("failed to get power mode status, mode 4, data vector size 0")));
+
     struct Case {
         const char* text;
         int32_t status;
@@ -157,16 +163,7 @@ TEST_F(ZelQueryTest, PowerModeStatusIsTheLeadingNumber) {
     const DolmRequestParcel parcel = mService->calls(Op::kGetData).back().parcel;
     EXPECT_EQ(parcel.requestType, 13);
     EXPECT_THAT(parcel.data, ElementsAre(entry(4)));
-    EXPECT_EQ(mLog.count(zelInfo("zel client hal ZelGetPMStatus")), std::size(cases));
-}
-
-TEST_F(ZelQueryTest, EmptyPowerModeStatusAnswer) {
-    EXPECT_EQ(ZelGetPMStatus(4), -1);
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(zelInfo("zel client ZelGetPMStatus"),
-                        zelInfo("zel client hal ZelGetPMStatus"),
-                        zelError("failed to get power mode status, mode 4, data vector size 0")));
+    EXPECT_EQ(mLog.count(zelInfo("zel client hal ZelGetPMStatus")), std::size(cases) + 1);
 }
 
 TEST_F(ZelQueryTest, PowerModeEntryWithoutValueRaisesToTheCaller) {
