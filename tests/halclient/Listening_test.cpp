@@ -60,14 +60,13 @@ TEST_F(ListeningTest, SameIdListIsRefusedUntilUnregistered) {
     EXPECT_EQ(registerIds({5, 7}, 14), 14);
 }
 
-TEST_F(ListeningTest, UnregisterOfUnknownHandleStillReturnsTheServiceResult) {
+TEST_F(ListeningTest, UnregisterReturnsTheServiceResultForAnUnknownHandle) {
     mService->setAnswer(Op::kUnregisterListener, Answer::ok(4));
     EXPECT_EQ(dolmResListeningUnRegister(99), 4);
     EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolmResListeningUnRegister"),
                                                   kNotRegistered}));
-}
 
-TEST_F(ListeningTest, FailedUnregisterStillRemovesTheGroupsThenResets) {
+    // A failed unregistration still removes the groups, then resets.
     registerIds({1}, 6);
     mLog.clear();
     mService->setAnswer(Op::kUnregisterListener, Answer::transportFailure(STATUS_DEAD_OBJECT));
@@ -148,44 +147,43 @@ TEST_F(ThermalTest, SameIdsRegisterTwiceAndBlockIdListening) {
     EXPECT_TRUE(mService->calls(Op::kRegisterThermalListener).back().ids.empty());
 }
 
-TEST_F(ThermalTest, GroupOutlivesThermalUnregistration) {
+// The group of a thermal registration outlives its unregistration at the
+// service: its id list is still refused, and the id-addressed unregistration
+// removes it, with every other group of the same handle.
+TEST_F(ThermalTest, GroupOutlivesThermalUnregistrationAndGoesByHandle) {
     mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(4));
     dolmThermalListeningRegister({3}, mCallback);
+    registerIds({2}, 4);
     mService->setAnswer(Op::kUnregisterThermalListener, Answer::ok(2));
     EXPECT_EQ(dolmThermalListeningUnregister(4), 2);
     EXPECT_EQ(mService->calls(Op::kUnregisterThermalListener).at(0).first, 4);
     EXPECT_EQ(mLog.count(info("subsys's callback has been unRegistered to Dolm HAL")), 1u);
-    // Still registered: the id list is refused, and the id-addressed
-    // unregistration finds the group.
     EXPECT_EQ(registerIds({3}, 8), -1);
-    EXPECT_EQ(dolmResListeningUnRegister(4), 0);
-    EXPECT_EQ(mLog.count(unregistered(4)), 1u);
-    EXPECT_EQ(mLog.count(kNotRegistered), 0u);
-}
 
-TEST_F(ThermalTest, SharedHandleRemovesBothGroups) {
-    mService->setAnswer(Op::kRegisterThermalListener, Answer::ok(4));
-    dolmThermalListeningRegister({1}, mCallback);
-    registerIds({2}, 4);
-    mLog.clear();
     EXPECT_EQ(dolmResListeningUnRegister(4), 0);
     EXPECT_EQ(mLog.count(unregistered(4)), 2u);
-    EXPECT_EQ(registerIds({2}, 6), 6);
+    EXPECT_EQ(mLog.count(kNotRegistered), 0u);
+    EXPECT_EQ(registerIds({3}, 6), 6);
+    EXPECT_EQ(registerIds({2}, 7), 7);
 }
 
 using StateRequestTest = HalclientTest;
 
 TEST_F(StateRequestTest, AppendsTheAnswerAfterExistingElements) {
-    mService->setDataAnswer({entry(1, "a,b"), entry(2, std::nullopt), entry(3, "c", "p")});
     ResourceList resources{res(1, "x"), bare(2)};
     ResourceList out{res(9, "old"), bare(8)};
+    EXPECT_EQ(dolmResStateRequest(resources, 6, out), -1);  // an empty answer
+    EXPECT_EQ(out.size(), 2u);
+
+    mLog.clear();
+    mService->setDataAnswer({entry(1, "a,b"), entry(2, std::nullopt), entry(3, "c", "p")});
     EXPECT_EQ(dolmResStateRequest(resources, 6, out), 5);
 
     std::vector<zeltest::Call> calls = mService->calls(Op::kGetData);
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].parcel.requestType, 0);
-    EXPECT_EQ(calls[0].parcel.clientArg, 6);
-    EXPECT_EQ(calls[0].parcel.data, (std::vector<DolmRequestData>{entry(1, "x"), entry(2, "")}));
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[1].parcel.requestType, 0);
+    EXPECT_EQ(calls[1].parcel.clientArg, 6);
+    EXPECT_EQ(calls[1].parcel.data, (std::vector<DolmRequestData>{entry(1, "x"), entry(2, "")}));
     std::vector<std::pair<int32_t, std::optional<std::string>>> got;
     for (const auto& r : out) got.emplace_back(r.id, r.value);
     EXPECT_EQ(got, (std::vector<std::pair<int32_t, std::optional<std::string>>>{
@@ -193,13 +191,6 @@ TEST_F(StateRequestTest, AppendsTheAnswerAfterExistingElements) {
     EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolmResStateRequest"),
                                                   info("dolm client hal dolmResStateRequest"),
                                                   info("dolm client dolmResStateRequest size 5")}));
-}
-
-TEST_F(StateRequestTest, EmptyAnswerGivesMinusOne) {
-    ResourceList resources{res(1, "x")};
-    ResourceList out;
-    EXPECT_EQ(dolmResStateRequest(resources, 0, out), -1);
-    EXPECT_TRUE(out.empty());
 }
 
 }  // namespace
