@@ -42,10 +42,6 @@ std::function<int()> onList(Call call) {
     };
 }
 
-EntryPoint diagnostic(const char* name, int (*call)()) {
-    return {name, name, Op::kRequest, call};
-}
-
 // Every entry point that returns a result, called with well-formed arguments.
 // The path registrations use lists of their own, so that one registered
 // later is not refused as a duplicate of another.
@@ -54,7 +50,7 @@ std::vector<EntryPoint> allEntryPoints() {
     auto pathCb = std::make_shared<RecordingPathCallback>();
     const char* const resCtl = "dolmResCtlRequest";
     const char* const saCtl = "dolmSACtlRequest";
-    return {
+    std::vector<EntryPoint> points{
             {"ResCtl3", resCtl, Op::kRequest,
              onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
             {"ResCtl4", resCtl, Op::kRequest,
@@ -114,17 +110,6 @@ std::vector<EntryPoint> allEntryPoints() {
              [pathCb] {
                  return dolm_res_listening_register_map_by_path({{"b", "1"}}, 0, pathCb);
              }},
-            diagnostic("dolmDumpToDoQueue", dolmDumpToDoQueue),
-            diagnostic("dolmDumpRunMap", dolmDumpRunMap),
-            diagnostic("dolmDumpActiveResMap", dolmDumpActiveResMap),
-            diagnostic("dolmDumpResRequest", dolmDumpResRequest),
-            diagnostic("dolmDumpResInfo", dolmDumpResInfo),
-            diagnostic("dolmDumpSAInfo", dolmDumpSAInfo),
-            diagnostic("dolmDumpPidFdList", dolmDumpPidFdList),
-            diagnostic("dolmDumpPidfdMonitorMap", dolmDumpPidfdMonitorMap),
-            diagnostic("dolmDumpResRecordList", dolmDumpResRecordList),
-            diagnostic("dolmHistoryRequestRecordOn", dolmHistoryRequestRecordOn),
-            diagnostic("dolmHistoryRequestRecordOff", dolmHistoryRequestRecordOff),
             {"PropertySet", "dolmPropertySet", Op::kSetProperty,
              [] { return dolmPropertySet("k", "v"); }},
             // The empty text is what a failed read gives.
@@ -134,6 +119,9 @@ std::vector<EntryPoint> allEntryPoints() {
                  return value[0] == '\0' ? -1 : 0;
              }},
     };
+    for (const Diagnostic& d : kDiagnostics)
+        points.push_back({d.name, d.name, Op::kRequest, d.call});
+    return points;
 }
 
 // Why no call reaches a service: none is registered, or it is a service of

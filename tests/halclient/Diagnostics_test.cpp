@@ -9,27 +9,9 @@ using namespace dolmHalclient;
 using DiagnosticTest = HalclientTest;
 
 TEST_F(DiagnosticTest, EachSendsItsCodeAndMapsTheAnswer) {
-    struct Case {
-        const char* name;
-        int (*call)();
-        int32_t code;
-    };
-    const Case cases[] = {
-            {"dolmDumpToDoQueue", dolmDumpToDoQueue, 0},
-            {"dolmDumpRunMap", dolmDumpRunMap, 1},
-            {"dolmDumpActiveResMap", dolmDumpActiveResMap, 2},
-            {"dolmDumpResRequest", dolmDumpResRequest, 3},
-            {"dolmDumpResInfo", dolmDumpResInfo, 4},
-            {"dolmDumpSAInfo", dolmDumpSAInfo, 5},
-            {"dolmDumpPidFdList", dolmDumpPidFdList, 6},
-            {"dolmDumpPidfdMonitorMap", dolmDumpPidfdMonitorMap, 7},
-            {"dolmDumpResRecordList", dolmDumpResRecordList, 8},
-            {"dolmHistoryRequestRecordOn", dolmHistoryRequestRecordOn, 10},
-            {"dolmHistoryRequestRecordOff", dolmHistoryRequestRecordOff, 11},
-    };
     // The service's answer and what the caller gets: 0 from 1 up, else -1.
     const std::pair<int32_t, int> answers[] = {{1, 0}, {7, 0}, {0, -1}, {-3, -1}};
-    for (const Case& c : cases) {
+    for (const Diagnostic& c : kDiagnostics) {
         SCOPED_TRACE(c.name);
         mLog.clear();
         for (const auto& [answer, result] : answers) {

@@ -11,41 +11,6 @@ size_t requestCallbackCount() {
     return request_callbacks.size();
 }
 
-void RecordingCallback::onCallback(std::list<ZelClient::Resource> resources) {
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mDeliveries.push_back(std::move(resources));
-        mThreads.push_back(std::this_thread::get_id());
-    }
-    mArrived.notify_all();
-}
-
-bool RecordingCallback::waitFor(size_t count, std::chrono::milliseconds timeout) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mArrived.wait_for(lock, timeout, [&] { return mDeliveries.size() >= count; });
-}
-
-std::vector<ResourceList> RecordingCallback::deliveries() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mDeliveries;
-}
-
-std::vector<std::thread::id> RecordingCallback::threads() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mThreads;
-}
-
-void RecordingPathCallback::onCallback(std::vector<std::string> values,
-                                       std::vector<std::string> paths) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mDeliveries.push_back({std::move(values), std::move(paths)});
-}
-
-std::vector<RecordingPathCallback::Delivery> RecordingPathCallback::deliveries() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mDeliveries;
-}
-
 std::shared_ptr<CallingBackService> CallingBackService::startCallingBack(
         std::vector<DolmRequestData> data) {
     ABinderHost_setInProcessProxies(true);

@@ -84,17 +84,53 @@ inline DolmRequestData entry(int32_t id, std::optional<std::string> value,
     return data;
 }
 
+/** A diagnostics request: its name (failure label and entry line), function and dump code. */
+struct Diagnostic {
+    const char* name;
+    int (*call)();
+    int32_t code;
+};
+inline const Diagnostic kDiagnostics[] = {
+        {"dolmDumpToDoQueue", dolmHalclient::dolmDumpToDoQueue, 0},
+        {"dolmDumpRunMap", dolmHalclient::dolmDumpRunMap, 1},
+        {"dolmDumpActiveResMap", dolmHalclient::dolmDumpActiveResMap, 2},
+        {"dolmDumpResRequest", dolmHalclient::dolmDumpResRequest, 3},
+        {"dolmDumpResInfo", dolmHalclient::dolmDumpResInfo, 4},
+        {"dolmDumpSAInfo", dolmHalclient::dolmDumpSAInfo, 5},
+        {"dolmDumpPidFdList", dolmHalclient::dolmDumpPidFdList, 6},
+        {"dolmDumpPidfdMonitorMap", dolmHalclient::dolmDumpPidfdMonitorMap, 7},
+        {"dolmDumpResRecordList", dolmHalclient::dolmDumpResRecordList, 8},
+        {"dolmHistoryRequestRecordOn", dolmHalclient::dolmHistoryRequestRecordOn, 10},
+        {"dolmHistoryRequestRecordOff", dolmHalclient::dolmHistoryRequestRecordOff, 11},
+};
+
 /** Size of request_callbacks, read under its mutex. */
 size_t requestCallbackCount();
 
 /** An id-form caller callback that records each delivery and the thread it ran on. */
 class RecordingCallback : public IClientCallback {
   public:
-    void onCallback(std::list<ZelClient::Resource> resources) override;
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mDeliveries.push_back(std::move(resources));
+            mThreads.push_back(std::this_thread::get_id());
+        }
+        mArrived.notify_all();
+    }
     /** Waits for `count` deliveries; false on timeout. */
-    bool waitFor(size_t count, std::chrono::milliseconds timeout = kWait);
-    std::vector<ResourceList> deliveries() const;
-    std::vector<std::thread::id> threads() const;
+    bool waitFor(size_t count, std::chrono::milliseconds timeout = kWait) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mArrived.wait_for(lock, timeout, [&] { return mDeliveries.size() >= count; });
+    }
+    std::vector<ResourceList> deliveries() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mDeliveries;
+    }
+    std::vector<std::thread::id> threads() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mThreads;
+    }
 
   private:
     mutable std::mutex mMutex;
@@ -110,8 +146,14 @@ class RecordingPathCallback : public IClientCallbackByPath {
         std::vector<std::string> values;
         std::vector<std::string> paths;
     };
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override;
-    std::vector<Delivery> deliveries() const;
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mDeliveries.push_back({std::move(values), std::move(paths)});
+    }
+    std::vector<Delivery> deliveries() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mDeliveries;
+    }
 
   private:
     mutable std::mutex mMutex;
