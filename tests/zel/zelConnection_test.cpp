@@ -17,26 +17,80 @@ namespace {
 
 using ::testing::ElementsAreArray;
 
-class ZelNoServiceTest : public ::testing::Test {
-  protected:
-    std::vector<LogLine> zelLines() const { return mLog.lines(kZelTag); }
-    LogCapture mLog;
+using Lines = std::vector<LogLine>;
+
+// One function of the event API: the operation it calls, the call (which
+// checks the result it is given), the lines it logs on entry (none for
+// setRelatedSysInfo), the lines that follow when the service call fails, and
+// its result then (it fails with -1 where no service is reached).
+struct Function {
+    const char* name;
+    Op op;
+    std::function<void(int32_t result)> call;
+    Lines entry;
+    Lines failure;
+    int32_t failedResult = -1;
 };
+
+std::vector<Function> allFunctions() {
+    const auto acquire = [](int32_t r) { EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), r); };
+    const Lines acquireEntry{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i")};
+    const Lines acquireFailure{failedLine("ZelEventAcquire"),
+                               zelError("dolmResCtlRequest error:-1")};
+    return {
+            // Twice, to fail it once by each kind of failure.
+            {"ZelEventAcquire", Op::kRequest, acquire, acquireEntry, acquireFailure},
+            {"ZelEventAcquire", Op::kRequest, acquire, acquireEntry, acquireFailure},
+            {"zelInit", Op::kInit, [](int32_t r) { EXPECT_EQ(zelInit(), r); },
+             Lines{zelError("zelInit enter")}, Lines{failedLine("dolm_init")}, -2},
+            {"ZelRelease", Op::kRelease, [](int32_t) { ZelRelease(1); },
+             Lines{zelInfo("ZelRelease, handle:1")}, Lines{failedLine("dolmResCtlRelease")}},
+            {"ZelNotify", Op::kRequest, [](int32_t r) { EXPECT_EQ(ZelNotify(1, 1, {}), r); },
+             Lines{zelInfo("ZelNotify enter")}, Lines{failedLine("ZelNotify")}},
+            {"zelRuleCtl", Op::kRuleCtl, [](int32_t r) { EXPECT_EQ(zelRuleCtl(1, 1, {}), r); },
+             Lines{zelInfo("zelRuleCtl, ruleId:1, status:1")}, Lines{failedLine("zelRuleCtl")}},
+            {"setRelatedSysInfo", Op::kSetRelatedSysInfo,
+             [](int32_t r) { EXPECT_EQ(setRelatedSysInfo(1, "x"), r); }, Lines{},
+             Lines{failedLine("setRelatedSysInfo")}},
+            {"ZelGetHistory", Op::kGetData,
+             [](int32_t r) {
+                 std::string history = "kept";
+                 EXPECT_EQ(ZelGetHistory(history), r);
+                 EXPECT_EQ(history, "kept");
+             },
+             Lines{zelInfo("zel client ZelGetHistory")},
+             Lines{zelInfo("zel client hal ZelGetHistory"), failedLine("ZelGetHistory"),
+                   zelError("failed to get history or return vector empty, data vector size 0")}},
+            {"ZelMutiResStateRequest", Op::kGetData,
+             [](int32_t r) {
+                 std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
+                 EXPECT_EQ(ZelMutiResStateRequest(resources), r);
+             },
+             Lines{zelInfo("ZelMutiResStateRequest enter")},
+             Lines{failedLine("ZelMutiResStateRequest")}},
+            {"ZelGetPMStatus", Op::kGetData, [](int32_t r) { EXPECT_EQ(ZelGetPMStatus(-2), r); },
+             Lines{zelInfo("zel client ZelGetPMStatus")},
+             Lines{zelInfo("zel client hal ZelGetPMStatus"), failedLine("ZelGetPMStatus"),
+                   zelError("failed to get power mode status, mode -2, data vector size 0")}},
+    };
+}
 
 // Why the connection fails: no service registered, or a service of this very
 // process, whose lookup gives the local object that cannot be linked to death.
 struct Unreachable {
     const char* name;
     bool localService;
-    std::vector<LogLine> connectLines;
+    Lines connectLines;
 };
 
 void PrintTo(const Unreachable& c, std::ostream* os) {
     *os << c.name;
 }
 
-class ZelUnreachableTest : public ZelNoServiceTest,
-                           public ::testing::WithParamInterface<Unreachable> {};
+class ZelUnreachableTest : public ::testing::TestWithParam<Unreachable> {
+  protected:
+    LogCapture mLog;
+};
 
 // Every call tries to connect again and fails the same way; nothing reaches a
 // service.
@@ -46,37 +100,15 @@ TEST_P(ZelUnreachableTest, EveryFunctionFailsWithTheConnectLines) {
         local = FakeDolmService::start(kDolmInstance, Reach::kLocal);
         ASSERT_NE(local, nullptr);
     }
-    const std::vector<LogLine>& notFound = GetParam().connectLines;
-    auto expectLines = [&](const LogLine& entryLine) {
-        std::vector<LogLine> expected{entryLine};
-        expected.insert(expected.end(), notFound.begin(), notFound.end());
-        EXPECT_THAT(zelLines(), ElementsAreArray(expected));
+    for (const Function& function : allFunctions()) {
+        SCOPED_TRACE(function.name);
         mLog.clear();
-    };
-
-    EXPECT_EQ(zelInit(), -1);
-    expectLines(zelError("zelInit enter"));
-    EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1);
-    expectLines(zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"));
-    ZelRelease(3);
-    expectLines(zelInfo("ZelRelease, handle:3"));
-    EXPECT_EQ(ZelNotify(3, 1, {}), -1);
-    expectLines(zelInfo("ZelNotify enter"));
-    EXPECT_EQ(zelRuleCtl(2, 0, {}), -1);
-    expectLines(zelInfo("zelRuleCtl, ruleId:2, status:0"));
-    std::string history = "kept";
-    EXPECT_EQ(ZelGetHistory(history), -1);
-    expectLines(zelInfo("zel client ZelGetHistory"));
-    EXPECT_EQ(history, "kept");
-    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
-    EXPECT_EQ(ZelMutiResStateRequest(resources), -1);
-    expectLines(zelInfo("ZelMutiResStateRequest enter"));
-    EXPECT_EQ(ZelGetPMStatus(1), -1);
-    expectLines(zelInfo("zel client ZelGetPMStatus"));
-
-    // No entry line of its own.
-    EXPECT_EQ(setRelatedSysInfo(1, "x"), -1);
-    EXPECT_THAT(zelLines(), ElementsAreArray(notFound));
+        function.call(-1);
+        Lines expected = function.entry;
+        expected.insert(expected.end(), GetParam().connectLines.begin(),
+                        GetParam().connectLines.end());
+        EXPECT_THAT(mLog.lines(kZelTag), ElementsAreArray(expected));
+    }
     if (local != nullptr) {
         EXPECT_TRUE(local->calls().empty());
     }
@@ -84,12 +116,12 @@ TEST_P(ZelUnreachableTest, EveryFunctionFailsWithTheConnectLines) {
 
 INSTANTIATE_TEST_SUITE_P(
         Causes, ZelUnreachableTest,
-        ::testing::Values(
-                Unreachable{"NoService", false, notFoundLines()},
-                Unreachable{"LocalService", true,
-                            std::vector<LogLine>{
-                                    zelError("Unable to link to g_zel_hal death notifications!"),
-                                    zelError("zel_get_dolm_hal_and_link_to_death error:-1")}}),
+        ::testing::Values(Unreachable{"NoService", false, notFoundLines()},
+                          Unreachable{"LocalService", true,
+                                      Lines{zelError("Unable to link to g_zel_hal death "
+                                                     "notifications!"),
+                                            zelError("zel_get_dolm_hal_and_link_to_death "
+                                                     "error:-1")}}),
         [](const auto& info) { return std::string(info.param.name); });
 
 class ZelConnectionTest : public ZelServiceTest {
@@ -103,70 +135,33 @@ class ZelConnectionTest : public ZelServiceTest {
     }
 };
 
-// Each function fails on the service the library is connected to: it returns
-// its failure result (checked in its call), logs exactly its lines with its
-// failure label, and drops the connection, so that a replacement registered
-// beside the failing service (which stays alive and reachable) receives the
-// next call.
+// Each function fails on the service the library is connected to, by a
+// service-specific error or a failed transaction in turn: it returns its
+// failure result, logs exactly its lines with its failure label, and drops
+// the connection, so that a replacement registered beside the failing service
+// (which stays alive and reachable) receives the next call.
 TEST_F(ZelConnectionTest, EveryFunctionDropsTheConnectionOnFailure) {
-    using Lines = std::vector<LogLine>;
-    struct Case {
-        Op op;
-        Answer failure;
-        std::function<void()> call;
-        Lines lines;
-    };
-    std::vector<ZelClient::Resource> resources{{1, std::nullopt}};
-    const auto acquire = [] { EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), -1); };
-    const Lines acquireLines{zelInfo("ZelEventAcquire, cmdid:1, pkg:p, identity:i"),
-                             failedLine("ZelEventAcquire"), zelError("dolmResCtlRequest error:-1")};
-    const LogLine historyCall = zelInfo("zel client hal ZelGetHistory");
-    const LogLine statusCall = zelInfo("zel client hal ZelGetPMStatus");
-    const Answer refused = Answer::serviceSpecific(1);
-    const Answer broken = Answer::transportFailure(STATUS_UNKNOWN_ERROR);
-    const Case cases[] = {
-            {Op::kRequest, refused, acquire, acquireLines},
-            {Op::kRequest, broken, acquire, acquireLines},
-            {Op::kInit, refused, [] { EXPECT_EQ(zelInit(), -2); },
-             Lines{zelError("zelInit enter"), failedLine("dolm_init")}},
-            {Op::kRelease, broken, [] { ZelRelease(1); },
-             Lines{zelInfo("ZelRelease, handle:1"), failedLine("dolmResCtlRelease")}},
-            {Op::kRequest, refused, [] { EXPECT_EQ(ZelNotify(1, 1, {}), -1); },
-             Lines{zelInfo("ZelNotify enter"), failedLine("ZelNotify")}},
-            {Op::kRuleCtl, broken, [] { EXPECT_EQ(zelRuleCtl(1, 1, {}), -1); },
-             Lines{zelInfo("zelRuleCtl, ruleId:1, status:1"), failedLine("zelRuleCtl")}},
-            {Op::kSetRelatedSysInfo, refused, [] { EXPECT_EQ(setRelatedSysInfo(1, "x"), -1); },
-             Lines{failedLine("setRelatedSysInfo")}},
-            {Op::kGetData, refused,
-             [] {
-                 std::string history = "kept";
-                 EXPECT_EQ(ZelGetHistory(history), -1);
-                 EXPECT_EQ(history, "kept");
-             },
-             Lines{zelInfo("zel client ZelGetHistory"), historyCall, failedLine("ZelGetHistory"),
-                   zelError("failed to get history or return vector empty, data vector size 0")}},
-            {Op::kGetData, refused, [&] { EXPECT_EQ(ZelMutiResStateRequest(resources), -1); },
-             Lines{zelInfo("ZelMutiResStateRequest enter"), failedLine("ZelMutiResStateRequest")}},
-            {Op::kGetData, broken, [] { EXPECT_EQ(ZelGetPMStatus(-2), -1); },
-             Lines{zelInfo("zel client ZelGetPMStatus"), statusCall, failedLine("ZelGetPMStatus"),
-                   zelError("failed to get power mode status, mode -2, data vector size 0")}},
-    };
     std::shared_ptr<FakeDolmService> connected = mService;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.lines.front().text);
+    bool transport = false;
+    for (const Function& function : allFunctions()) {
+        SCOPED_TRACE(function.name);
+        transport = !transport;
         // What a successful answer would carry.
         connected->setDataAnswer({entry(1, "3")});
-        connected->setAnswer(c.op, c.failure);
-        const size_t before = connected->calls(c.op).size();
+        connected->setAnswer(function.op, transport ? Answer::transportFailure(STATUS_UNKNOWN_ERROR)
+                                                    : Answer::serviceSpecific(1));
+        const size_t before = connected->calls(function.op).size();
         mLog.clear();
-        c.call();
-        ASSERT_EQ(connected->calls(c.op).size(), before + 1);
-        EXPECT_THAT(zelLines(), ElementsAreArray(c.lines));
+        function.call(function.failedResult);
+        ASSERT_EQ(connected->calls(function.op).size(), before + 1);
+        Lines expected = function.entry;
+        expected.insert(expected.end(), function.failure.begin(), function.failure.end());
+        EXPECT_THAT(zelLines(), ElementsAreArray(expected));
 
         std::shared_ptr<FakeDolmService> replacement = startReplacement();
         ASSERT_NE(replacement, nullptr);
         EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), 200);
-        EXPECT_EQ(connected->calls(c.op).size(), before + 1);
+        EXPECT_EQ(connected->calls(function.op).size(), before + 1);
         EXPECT_EQ(replacement->calls(Op::kRequest).size(), 1u);
         connected = replacement;
     }
