@@ -5,174 +5,133 @@
 
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Pieces = std::vector<std::string>;
 
-struct SplitCase {
-    const char* name;
-    std::string text;
-    std::string delimiters;
-    Pieces expected;
-};
-
-void PrintTo(const SplitCase& c, std::ostream* os) {
-    *os << c.name;
+TEST(SplitTest, CutsAtEveryDelimiterCharacter) {
+    struct Case {
+        std::string text;
+        std::string delimiters;
+        Pieces expected;
+    };
+    const Case cases[] = {
+            {"", ",", {}},
+            {",,,", ",", {}},
+            {"", "", {}},
+            {",a,,b,", ",", {"a", "b"}},         // leading, trailing and runs of delimiters
+            {"a b", "", {"a b"}},                // an empty set keeps the whole text
+            {"a=1, b=2", ",", {"a=1", " b=2"}},  // pieces are not trimmed
+            {"a,b;c", ",;", {"a", "b", "c"}},
+            {"a;b,c", ";,;,", {"a", "b", "c"}},  // order and repetition in the set do not matter
+            {"a::b:c", "::", {"a", "b", "c"}},   // not a multi-character separator
+            {"-1", "-", {"1"}},
+            {"abc", ",", {"abc"}},
+            {"  a  b ", " ", {"a", "b"}},  // a blank is an ordinary delimiter
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(stringUtils::split(c.text, c.delimiters), c.expected)
+                << ::testing::PrintToString(c.text) << " at "
+                << ::testing::PrintToString(c.delimiters);
+    }
+    // A text with an embedded NUL is cut by its length.
+    EXPECT_THAT(stringUtils::split(std::string("a\0b,c", 5), ","),
+                ElementsAre(std::string("a\0b", 3), "c"));
 }
 
-class SplitTest : public ::testing::TestWithParam<SplitCase> {};
-
-TEST_P(SplitTest, CutsAtEveryDelimiterCharacter) {
-    const SplitCase& c = GetParam();
-    EXPECT_EQ(stringUtils::split(c.text, c.delimiters), c.expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Cases, SplitTest,
-        ::testing::Values(
-                SplitCase{"EmptyText", "", ",", {}}, SplitCase{"OnlyDelimiters", ",,,", ",", {}},
-                SplitCase{"EmptyTextEmptySet", "", "", {}},
-                SplitCase{"LeadingTrailingAndRuns", ",a,,b,", ",", {"a", "b"}},
-                SplitCase{"EmptySetKeepsWholeText", "a b", "", {"a b"}},
-                SplitCase{"PiecesAreNotTrimmed", "a=1, b=2", ",", {"a=1", " b=2"}},
-                SplitCase{"SetOfSingleCharacters", "a,b;c", ",;", {"a", "b", "c"}},
-                SplitCase{"SetOrderAndRepetitionIrrelevant", "a;b,c", ";,;,", {"a", "b", "c"}},
-                SplitCase{"NotAMultiCharacterSeparator", "a::b:c", "::", {"a", "b", "c"}},
-                SplitCase{"MinusOneOnMinus", "-1", "-", {"1"}},
-                SplitCase{"NoDelimiterInText", "abc", ",", {"abc"}},
-                SplitCase{"SingleCharacterPiece", "x", ",", {"x"}},
-                SplitCase{"MixedRuns", ";;1,2;;3,,", ";,", {"1", "2", "3"}},
-                SplitCase{"BlankIsAnOrdinaryDelimiter", "  a  b ", " ", {"a", "b"}}),
-        [](const ::testing::TestParamInfo<SplitCase>& info) { return info.param.name; });
-
-TEST(SplitTest, TextWithEmbeddedNulIsCutByLength) {
-    const std::string text("a\0b,c", 5);
-    EXPECT_THAT(stringUtils::split(text, ","), ElementsAre(std::string("a\0b", 3), "c"));
-}
-
-struct ParseCase {
-    const char* name;
-    std::string text;
-    int32_t expected;
-};
-
-void PrintTo(const ParseCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class ParseIntTest : public ::testing::TestWithParam<ParseCase> {};
-
-TEST_P(ParseIntTest, ConvertsBase10) {
-    EXPECT_EQ(stringUtils::parseInt(GetParam().text), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Cases, ParseIntTest,
-        ::testing::Values(ParseCase{"Plain", "42", 42}, ParseCase{"LeadingBlanks", "  42", 42},
-                          ParseCase{"LeadingTabAndNewline", "\t\n7", 7},
-                          ParseCase{"NegativeWithJunk", "-7x", -7},
-                          ParseCase{"PlusSign", "+15", 15}, ParseCase{"TrailingJunk", "12abc", 12},
-                          ParseCase{"HexIsNotRead", "0x10", 0}, ParseCase{"Empty", "", 0},
-                          ParseCase{"Junk", "x", 0}, ParseCase{"SignOnly", "-", 0},
-                          ParseCase{"BlanksOnly", "   ", 0}, ParseCase{"BlankAfterSign", "- 5", 0},
-                          ParseCase{"Zero", "-0", 0},
-                          ParseCase{"Int32Max", "2147483647", std::numeric_limits<int32_t>::max()},
-                          ParseCase{"Int32Min", "-2147483648", std::numeric_limits<int32_t>::min()},
-                          ParseCase{"AboveInt32", "2147483648", 0},
-                          ParseCase{"BelowInt32", "-2147483649", 0},
-                          ParseCase{"BeyondInt64", "99999999999999999999999", 0},
-                          ParseCase{"LeadingZeros", "007", 7}),
-        [](const ::testing::TestParamInfo<ParseCase>& info) { return info.param.name; });
-
-TEST(ValueOfTest, DecimalTextWithoutPadding) {
-    EXPECT_EQ(stringUtils::valueOf(0), "0");
-    EXPECT_EQ(stringUtils::valueOf(1200), "1200");
-    EXPECT_EQ(stringUtils::valueOf(-1), "-1");
-    EXPECT_EQ(stringUtils::valueOf(std::numeric_limits<int32_t>::min()), "-2147483648");
-    EXPECT_EQ(stringUtils::valueOf(std::numeric_limits<int32_t>::max()), "2147483647");
-}
-
-TEST(ValueOfTest, RoundTripsThroughParseInt) {
-    for (int32_t v : {std::numeric_limits<int32_t>::min(), -65536, -1, 0, 1, 0x01011040,
-                      std::numeric_limits<int32_t>::max()}) {
-        EXPECT_EQ(stringUtils::parseInt(stringUtils::valueOf(v)), v) << v;
+TEST(ParseIntTest, ConvertsBase10) {
+    const std::pair<std::string, int32_t> cases[] = {
+            {"42", 42},
+            {"  42", 42},
+            {"\t\n7", 7},
+            {"-7x", -7},
+            {"+15", 15},
+            {"12abc", 12},
+            {"0x10", 0},  // hex is not read
+            {"", 0},
+            {"x", 0},
+            {"-", 0},
+            {"   ", 0},
+            {"- 5", 0},
+            {"-0", 0},
+            {"2147483647", std::numeric_limits<int32_t>::max()},
+            {"-2147483648", std::numeric_limits<int32_t>::min()},
+            {"2147483648", 0},
+            {"-2147483649", 0},
+            {"99999999999999999999999", 0},
+            {"007", 7},
+    };
+    for (const auto& [text, expected] : cases) {
+        EXPECT_EQ(stringUtils::parseInt(text), expected) << ::testing::PrintToString(text);
     }
 }
 
-TEST(WhitespaceTest, IsBlankNewlineReturnTabInThatOrder) {
-    ASSERT_NE(stringUtils::WHITESPACE, nullptr);
-    EXPECT_EQ(std::string(stringUtils::WHITESPACE), std::string(" \n\r\t"));
+// Decimal text without padding, which parseInt reads back.
+TEST(ValueOfTest, DecimalTextWithoutPadding) {
+    const std::pair<int32_t, const char*> cases[] = {
+            {0, "0"},
+            {1200, "1200"},
+            {-1, "-1"},
+            {0x01011040, "16846912"},
+            {std::numeric_limits<int32_t>::min(), "-2147483648"},
+            {std::numeric_limits<int32_t>::max(), "2147483647"},
+    };
+    for (const auto& [value, text] : cases) {
+        EXPECT_EQ(stringUtils::valueOf(value), text);
+        EXPECT_EQ(stringUtils::parseInt(stringUtils::valueOf(value)), value);
+    }
 }
 
-TEST(WhitespaceTest, PointerIsWritable) {
+TEST(WhitespaceTest, IsBlankNewlineReturnTabInThatOrderAndWritable) {
+    ASSERT_NE(stringUtils::WHITESPACE, nullptr);
+    EXPECT_EQ(std::string(stringUtils::WHITESPACE), std::string(" \n\r\t"));
     const char* const saved = stringUtils::WHITESPACE;
     stringUtils::WHITESPACE = "x";
     EXPECT_EQ(stringUtils::trim("xxaxx", stringUtils::WHITESPACE), "a");
     stringUtils::WHITESPACE = saved;
 }
 
-struct TrimCase {
-    const char* name;
-    std::string text;
-    const char* set;
-    std::string left;
-    std::string right;
-    std::string both;
-};
-
-void PrintTo(const TrimCase& c, std::ostream* os) {
-    *os << c.name;
+TEST(TrimTest, RemovesSetMembersAtTheEnds) {
+    struct Case {
+        std::string text;
+        const char* set;
+        std::string left;
+        std::string right;
+        std::string both;
+    };
+    const Case cases[] = {
+            {" \t x y \r\n", " \n\r\t", "x y \r\n", " \t x y", "x y"},
+            {"\f", " \n\r\t", "\f", "\f", "\f"},  // form feed and vertical tab are not whitespace
+            {"\va\v", " \n\r\t", "\va\v", "\va\v", "\va\v"},
+            {"    ", " \n\r\t", "", "", ""},
+            {"", " \n\r\t", "", "", ""},
+            {"  a  ", "", "  a  ", "  a  ", "  a  "},   // an empty set copies
+            {"--a-b--", "-", "a-b--", "--a-b", "a-b"},  // inner members stay
+            {"abc", " ", "abc", "abc", "abc"},
+            {"xyaxy", "yx", "axy", "xya", "a"},  // the order of the set does not matter
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.text) + " by " + ::testing::PrintToString(c.set));
+        EXPECT_EQ(stringUtils::trimLeft(c.text, c.set), c.left);
+        EXPECT_EQ(stringUtils::trimRight(c.text, c.set), c.right);
+        EXPECT_EQ(stringUtils::trim(c.text, c.set), c.both);
+    }
 }
-
-class TrimTest : public ::testing::TestWithParam<TrimCase> {};
-
-TEST_P(TrimTest, RemovesSetMembersAtTheEnds) {
-    const TrimCase& c = GetParam();
-    EXPECT_EQ(stringUtils::trimLeft(c.text, c.set), c.left);
-    EXPECT_EQ(stringUtils::trimRight(c.text, c.set), c.right);
-    EXPECT_EQ(stringUtils::trim(c.text, c.set), c.both);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Cases, TrimTest,
-        ::testing::Values(TrimCase{"ControlCharacters", " \t x y \r\n", " \n\r\t", "x y \r\n",
-                                   " \t x y", "x y"},
-                          TrimCase{"FormFeedIsNotWhitespace", "\f", " \n\r\t", "\f", "\f", "\f"},
-                          TrimCase{"VerticalTabIsNotWhitespace", "\va\v", " \n\r\t", "\va\v",
-                                   "\va\v", "\va\v"},
-                          TrimCase{"BlanksOnly", "    ", " \n\r\t", "", "", ""},
-                          TrimCase{"EmptyText", "", " \n\r\t", "", "", ""},
-                          TrimCase{"EmptySetCopies", "  a  ", "", "  a  ", "  a  ", "  a  "},
-                          TrimCase{"InnerMembersStay", "--a-b--", "-", "a-b--", "--a-b", "a-b"},
-                          TrimCase{"NothingToTrim", "abc", " ", "abc", "abc", "abc"},
-                          TrimCase{"SetOrderIrrelevant", "xyaxy", "yx", "axy", "xya", "a"}),
-        [](const ::testing::TestParamInfo<TrimCase>& info) { return info.param.name; });
-
-TEST(TrimTest, WhitespaceConstantTrimsRealControlCharacters) {
-    EXPECT_EQ(stringUtils::trim(" \t x y \r\n", stringUtils::WHITESPACE), "x y");
-    EXPECT_EQ(stringUtils::trim("\f", stringUtils::WHITESPACE), "\f");
-}
-
-struct ContainsCase {
-    std::string s;
-    std::string part;
-    bool expected;
-};
 
 TEST(ContainsTest, SubstringEdges) {
-    const ContainsCase cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
             {"abc", "", true},     {"", "", true},       {"", "a", false},
             {"ab", "abc", false},  {"abc", "abc", true}, {"abc", "bc", true},
             {"abc", "ac", false},  {"ABC", "b", false},  {"xTALVEN_y", "TALVEN_", true},
             {"aaab", "aab", true}, {"ab", "ba", false},
     };
-    for (const ContainsCase& c : cases) {
-        EXPECT_EQ(stringUtils::contains(c.s, c.part), c.expected)
-                << "'" << c.s << "' contains '" << c.part << "'";
+    for (const auto& [s, part, expected] : cases) {
+        EXPECT_EQ(stringUtils::contains(s, part), expected)
+                << "'" << s << "' contains '" << part << "'";
     }
 }
 

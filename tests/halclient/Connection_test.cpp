@@ -27,145 +27,153 @@ std::vector<LogLine> errorsOf(const std::vector<LogLine>& lines) {
 
 struct EntryPoint {
     const char* name;
+    const char* label;  ///< the label of its failure line
+    Op op;              ///< the operation it calls
     std::function<int()> call;
+    size_t clients = 0;  ///< one-shot clients it registers before calling
 };
-
-// Test names and messages show the case by its name.
-void PrintTo(const EntryPoint& c, std::ostream* os) {
-    *os << c.name;
-}
-
-ResourceList someResources() {
-    return {res(1, "1")};
-}
 
 // Runs `call` on a fresh list of one well-formed resource.
 template <typename Call>
 std::function<int()> onList(Call call) {
     return [call] {
-        ResourceList l = someResources();
+        ResourceList l{res(1, "1")};
         return call(l);
     };
 }
 
+// Every entry point that returns a result, called with well-formed arguments.
+// The path registrations use lists of their own, so that one registered
+// later is not refused as a duplicate of another.
 std::vector<EntryPoint> allEntryPoints() {
     auto cb = std::make_shared<RecordingCallback>();
     auto pathCb = std::make_shared<RecordingPathCallback>();
-    return {
-            {"ResCtl3", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
-            {"ResCtl4", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0); })},
-            {"ResCtl5", onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0, 0); })},
-            {"ResCtlLead4", onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0); })},
-            {"ResCtlLead5",
+    const char* const resCtl = "dolmResCtlRequest";
+    const char* const saCtl = "dolmSACtlRequest";
+    std::vector<EntryPoint> points{
+            {"ResCtl3", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0); })},
+            {"ResCtl4", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0); })},
+            {"ResCtl5", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, l, 0, 0, 0); })},
+            {"ResCtlLead4", resCtl, Op::kRequest,
+             onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0); })},
+            {"ResCtlLead5", resCtl, Op::kRequest,
              onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0); })},
-            {"ResCtlFull",
+            {"ResCtlFull", resCtl, Op::kRequest,
              onList([](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0); })},
-            {"ResCtlCallback",
-             onList([cb](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb); })},
-            {"ResCtlRelease", [] { return dolmResCtlRelease(1); }},
-            {"SACtlFull", [] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1); }},
-            {"SACtlShort", [] { return dolmSACtlRequest(1, 1, 1); }},
-            {"SACtlCallback", [cb] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1, cb); }},
-            {"SACtlRelease", [] { return dolmSACtlRelease(1); }},
-            {"ListeningRegister",
+            {"ResCtlCallback", "dolm client DolmCallbackClient with callback", Op::kRequest,
+             onList([cb](ResourceList& l) { return dolmResCtlRequest(1, 1, l, 0, 0, 0, cb); }), 1},
+            {"ResCtlRelease", "dolmResCtlRelease", Op::kRelease,
+             [] { return dolmResCtlRelease(1); }},
+            {"SACtlFull", saCtl, Op::kRequest, [] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1); }},
+            {"SACtlShort", saCtl, Op::kRequest, [] { return dolmSACtlRequest(1, 1, 1); }},
+            {"SACtlCallback", "dolmSACtlRequest with callback", Op::kRequest,
+             [cb] { return dolmSACtlRequest(1, 1, 1, 1, 1, 1, cb); }, 1},
+            {"SACtlRelease", "dolmSACtlRelease", Op::kRelease, [] { return dolmSACtlRelease(1); }},
+            {"ListeningRegister", "dolm_res_listening_register_map", Op::kRegisterListener,
              onList([cb](ResourceList& l) { return dolmResListeningRegister(l, 0, cb); })},
-            {"ListeningUnRegister", [] { return dolmResListeningUnRegister(1); }},
-            {"StateRequest", onList([](ResourceList& l) {
+            {"ListeningUnRegister", "dolmResListeningUnRegister", Op::kUnregisterListener,
+             [] { return dolmResListeningUnRegister(1); }},
+            {"StateRequest", "dolmResStateRequest", Op::kGetData, onList([](ResourceList& l) {
                  ResourceList out;
                  return dolmResStateRequest(l, 0, out);
              })},
-            {"ThermalNotify", onList([](ResourceList& l) { return dolmThermalNotify(l, 0); })},
-            {"ThermalRegister", [cb] { return dolmThermalListeningRegister({1}, cb); }},
-            {"ThermalUnregister", [] { return dolmThermalListeningUnregister(1); }},
-            {"PathCtl", [] { return dolm_resctl_request_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0); }},
-            {"PathCtlCallback",
+            {"ThermalNotify", "dolmThermalNotify", Op::kRequest,
+             onList([](ResourceList& l) { return dolmThermalNotify(l, 0); })},
+            {"ThermalRegister", "dolmThermalListeningRegister", Op::kRegisterThermalListener,
+             [cb] { return dolmThermalListeningRegister({1}, cb); }},
+            {"ThermalUnregister", "dolmThermalListeningUnregister", Op::kUnregisterThermalListener,
+             [] { return dolmThermalListeningUnregister(1); }},
+            {"PathCtl", "dolm_resctl_request_by_path", Op::kRequest,
+             [] { return dolm_resctl_request_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0); }},
+            {"PathCtlCallback", "dolm client dolm_resctl_request_with_callback", Op::kRequest,
              [pathCb] {
                  return dolm_resctl_request_with_callback_by_path(1, 1, {"a"}, {"1"}, 0, 0, 0,
                                                                   pathCb);
-             }},
-            {"PathState",
+             },
+             1},
+            {"PathState", "dolm_res_state_request", Op::kGetData,
              [] {
                  PathList out;
                  return dolm_res_state_request_by_path({"a"}, {}, 0, out);
              }},
-            {"PathStateMap",
+            {"PathStateMap", "dolm_res_state_request_map", Op::kGetData,
              [] {
                  PathMap out;
                  return dolm_res_state_request_map_by_path({{"a", "1"}}, 0, out);
              }},
-            {"PathListen",
+            {"PathListen", "dolm_res_listening_register", Op::kRegisterListener,
              [pathCb] { return dolm_res_listening_register_by_path({"a"}, 0, pathCb); }},
-            {"PathListenMap",
+            {"PathListenMap", "dolm_res_listening_register_map", Op::kRegisterListener,
              [pathCb] {
-                 return dolm_res_listening_register_map_by_path({{"a", "1"}}, 0, pathCb);
+                 return dolm_res_listening_register_map_by_path({{"b", "1"}}, 0, pathCb);
              }},
-            {"DumpToDoQueue", dolmDumpToDoQueue},
-            {"DumpRunMap", dolmDumpRunMap},
-            {"DumpActiveResMap", dolmDumpActiveResMap},
-            {"DumpResRequest", dolmDumpResRequest},
-            {"DumpResInfo", dolmDumpResInfo},
-            {"DumpSAInfo", dolmDumpSAInfo},
-            {"DumpPidFdList", dolmDumpPidFdList},
-            {"DumpPidfdMonitorMap", dolmDumpPidfdMonitorMap},
-            {"DumpResRecordList", dolmDumpResRecordList},
-            {"RecordOn", dolmHistoryRequestRecordOn},
-            {"RecordOff", dolmHistoryRequestRecordOff},
-            {"PropertySet", [] { return dolmPropertySet("k", "v"); }},
+            {"PropertySet", "dolmPropertySet", Op::kSetProperty,
+             [] { return dolmPropertySet("k", "v"); }},
+            // The empty text is what a failed read gives.
+            {"PropertyGet", "dolmPropertyGet", Op::kGetProperty,
+             [] {
+                 std::unique_ptr<char[]> value(dolmPropertyGet("k"));
+                 return value[0] == '\0' ? -1 : 0;
+             }},
     };
+    for (const Diagnostic& d : kDiagnostics)
+        points.push_back({d.name, d.name, Op::kRequest, d.call});
+    return points;
 }
 
-class NoServiceTest : public HalclientNoServiceTest,
-                      public ::testing::WithParamInterface<EntryPoint> {};
+// Why no call reaches a service: none is registered, or it is a service of
+// the caller's own process, whose lookup gives the local object, to which no
+// death recipient can be linked.
+struct Unreachable {
+    const char* name;
+    bool localService;
+    LogLine connectLine;
+};
 
-TEST_P(NoServiceTest, ReturnsMinusOneAndLogsOnlyTheLookupFailure) {
-    EXPECT_EQ(GetParam().call(), -1);
-    EXPECT_EQ(GetParam().call(), -1);
-    EXPECT_EQ(errorsOf(mLog.lines()), (std::vector<LogLine>{error("Dolm HAL Service not found"),
-                                                            error("Dolm HAL Service not found")}));
-    EXPECT_EQ(requestCallbackCount(), 0u);
+void PrintTo(const Unreachable& c, std::ostream* os) {
+    *os << c.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(EntryPoints, NoServiceTest, ::testing::ValuesIn(allEntryPoints()),
-                         [](const auto& info) { return std::string(info.param.name); });
+class UnreachableTest : public HalclientNoServiceTest,
+                        public ::testing::WithParamInterface<Unreachable> {};
 
-TEST_F(HalclientNoServiceTest, InitAndPropertyGetWithoutServiceFailQuietly) {
-    dolm_init();
-    char* value = dolmPropertyGet("key");
-    ASSERT_NE(value, nullptr);
-    EXPECT_STREQ(value, "");
-    delete[] value;
-    EXPECT_EQ(
-            mLog.lines(),
-            (std::vector<LogLine>{info("dolm client dolm_init"), error("Dolm HAL Service not found"),
-                                  info("dolm client dolmPropertyGet"),
-                                  error("Dolm HAL Service not found"), info("dolmPropertyGet  ")}));
-}
-
-// A service of the caller's own process: the lookup gives the local object,
-// to which no death recipient can be linked, so the connection fails on every
-// call, each call tries again, and nothing ever reaches the service.
-TEST_F(HalclientNoServiceTest, LocalServiceFailsTheLinkOnEveryCall) {
-    auto service = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
-    ASSERT_NE(service, nullptr);
-    const LogLine unlinked = error("Unable to link to g_dolm_hal death notifications!");
+// Every call tries to connect again, fails with only the connect line as an
+// error, and registers no client.
+TEST_P(UnreachableTest, EveryEntryPointFailsWithTheConnectLine) {
+    std::shared_ptr<FakeDolmService> local;
+    if (GetParam().localService) {
+        local = FakeDolmService::start(zeltest::kDolmInstance, zeltest::Reach::kLocal);
+        ASSERT_NE(local, nullptr);
+    }
+    const LogLine& connect = GetParam().connectLine;
     for (const EntryPoint& entryPoint : allEntryPoints()) {
         SCOPED_TRACE(entryPoint.name);
         mLog.clear();
         EXPECT_EQ(entryPoint.call(), -1);
-        EXPECT_EQ(errorsOf(mLog.lines()), std::vector<LogLine>{unlinked});
+        EXPECT_EQ(entryPoint.call(), -1);
+        EXPECT_EQ(errorsOf(mLog.lines()), (std::vector<LogLine>{connect, connect}));
     }
     mLog.clear();
     dolm_init();
-    char* value = dolmPropertyGet("key");
-    ASSERT_NE(value, nullptr);
-    EXPECT_STREQ(value, "");
-    delete[] value;
-    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolm_init"), unlinked,
-                                                  info("dolm client dolmPropertyGet"), unlinked,
+    delete[] dolmPropertyGet("key");
+    EXPECT_EQ(mLog.lines(), (std::vector<LogLine>{info("dolm client dolm_init"), connect,
+                                                  info("dolm client dolmPropertyGet"), connect,
                                                   info("dolmPropertyGet  ")}));
-    EXPECT_TRUE(service->calls().empty());
     EXPECT_EQ(requestCallbackCount(), 0u);
+    if (local != nullptr) {
+        EXPECT_TRUE(local->calls().empty());
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+        Causes, UnreachableTest,
+        ::testing::Values(Unreachable{"NoService", false, error("Dolm HAL Service not found")},
+                          Unreachable{"LocalService", true,
+                                      error("Unable to link to g_dolm_hal death notifications!")}),
+        [](const auto& info) { return std::string(info.param.name); });
 
 using ConnectionTest = HalclientTest;
 
@@ -177,33 +185,59 @@ TEST_F(ConnectionTest, InitCallsTheServiceAndResetsOnFailure) {
     EXPECT_EQ(mLog.count(failed("dolm_init")), 1u);
 }
 
-TEST_F(ConnectionTest, ConnectionIsKeptWhileCallsSucceed) {
-    EXPECT_EQ(dolmResCtlRelease(1), 0);
-    auto replacement = FakeDolmService::start();
-    ASSERT_NE(replacement, nullptr);
-    EXPECT_EQ(dolmResCtlRelease(2), 0);
-    EXPECT_EQ(mService->calls(Op::kRelease).size(), 2u);
-    EXPECT_TRUE(replacement->calls().empty());
+// Each entry point fails on the service it is connected to, by a
+// service-specific error or a failed transaction in turn: it returns -1, logs
+// its own failure line as its only error, and drops the connection, so that
+// the same call goes to a replacement registered beside the failed service
+// (which stays alive). A failed registration records nothing: the retry is
+// not refused as a duplicate. A failed request with a callback leaves its
+// one-shot client registered.
+TEST_F(ConnectionTest, EveryEntryPointDropsTheConnectionOnFailure) {
+    std::shared_ptr<FakeDolmService> connected = mService;
+    bool transport = false;
+    for (const EntryPoint& entryPoint : allEntryPoints()) {
+        SCOPED_TRACE(entryPoint.name);
+        transport = !transport;
+        // Content a successful answer would carry.
+        connected->setDataAnswer({entry(1, "1", "a")});
+        connected->setPropertyAnswer("unused");
+        connected->setAnswer(entryPoint.op,
+                             transport ? Answer::transportFailure(STATUS_FAILED_TRANSACTION)
+                                       : Answer::serviceSpecific(1));
+        const size_t clients = requestCallbackCount();
+        const size_t calls = connected->calls(entryPoint.op).size() + 1;
+        mLog.clear();
+        EXPECT_EQ(entryPoint.call(), -1);
+        std::vector<LogLine> errors{failed(entryPoint.label)};
+        // The registry is searched for the handle, unknown here, before the reset.
+        if (entryPoint.op == Op::kUnregisterListener) {
+            errors.insert(errors.begin(), error("The callback was not registered before"));
+        }
+        EXPECT_EQ(errorsOf(mLog.lines()), errors);
+        EXPECT_EQ(requestCallbackCount(), clients + entryPoint.clients);
+        EXPECT_EQ(connected->calls(entryPoint.op).size(), calls);
+
+        std::shared_ptr<FakeDolmService> replacement = FakeDolmService::start();
+        ASSERT_NE(replacement, nullptr);
+        entryPoint.call();
+        EXPECT_EQ(connected->calls(entryPoint.op).size(), calls);
+        EXPECT_EQ(replacement->calls(entryPoint.op).size(), 1u);
+        connected = replacement;
+    }
 }
 
-TEST_F(ConnectionTest, ServiceSpecificErrorDropsTheConnection) {
-    mService->setAnswer(Op::kRelease, Answer::serviceSpecific(0));
-    EXPECT_EQ(dolmResCtlRelease(1), -1);
-    EXPECT_EQ(mLog.count(failed("dolmResCtlRelease")), 1u);
-
-    // The next call looks the service up again and finds the new instance.
-    auto replacement = FakeDolmService::start();
-    ASSERT_NE(replacement, nullptr);
-    replacement->setAnswer(Op::kRelease, Answer::ok(8));
-    EXPECT_EQ(dolmResCtlRelease(2), 8);
-    EXPECT_EQ(mService->calls(Op::kRelease).size(), 1u);
-    EXPECT_EQ(replacement->calls(Op::kRelease).size(), 1u);
-}
-
+// The connection is kept while calls succeed, even when another service is
+// registered under the name; a death drops it, and each new one is linked to
+// death anew.
 TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
     EXPECT_EQ(dolmResCtlRelease(1), 0);
+    auto ignored = FakeDolmService::start();
+    ASSERT_NE(ignored, nullptr);
+    EXPECT_EQ(dolmResCtlRelease(1), 0);
+    EXPECT_EQ(mService->calls(Op::kRelease).size(), 2u);
+    EXPECT_TRUE(ignored->calls().empty());
     mService->kill();
-    ASSERT_TRUE(waitForLine(mLog, error("Dolm HAL Service died")));
+    ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 1, kWait));
 
     for (int restart = 0; restart < 2; ++restart) {
         auto replacement = FakeDolmService::start();
@@ -211,78 +245,11 @@ TEST_F(ConnectionTest, ReconnectsAfterServiceDeath) {
         replacement->setAnswer(Op::kRelease, Answer::ok(30 + restart));
         EXPECT_EQ(dolmResCtlRelease(2), 30 + restart);
         EXPECT_EQ(replacement->calls(Op::kRelease).size(), 1u);
-        // Each connection is linked to death anew.
         replacement->kill();
-        ASSERT_TRUE(waitForLine(mLog, error("Dolm HAL Service died"), 2 + restart));
+        ASSERT_TRUE(mLog.waitCount(error("Dolm HAL Service died"), 2 + restart, kWait));
     }
     EXPECT_EQ(mLog.count(failed("dolmResCtlRelease")), 0u);
 }
-
-// A logger that records lines like LogCapture and can hold the thread that
-// writes a chosen text until the test lets it go.
-class GatedLog {
-  public:
-    GatedLog() {
-        {
-            std::lock_guard<std::mutex> lock(sMutex);
-            sLines.clear();
-        }
-        // Not under sMutex: liblog calls write() under its own logger lock.
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-        __android_log_set_logger(write);
-    }
-    ~GatedLog() {
-        open();
-        __android_log_set_logger(__android_log_stderr_logger);
-    }
-
-    // Holds every later writer of `text` until open().
-    void close(const std::string& text) {
-        std::lock_guard<std::mutex> lock(sMutex);
-        sGate = text;
-        sHeld = 0;
-    }
-    void open() {
-        {
-            std::lock_guard<std::mutex> lock(sMutex);
-            sGate.clear();
-        }
-        sChanged.notify_all();
-    }
-    bool waitHeld(int count) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        return sChanged.wait_for(lock, kWait, [&] { return sHeld >= count; });
-    }
-    bool waitCount(const LogLine& line, size_t count) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        return sChanged.wait_for(lock, kWait, [&] { return countLocked(line) >= count; });
-    }
-    size_t count(const LogLine& line) {
-        std::lock_guard<std::mutex> lock(sMutex);
-        return countLocked(line);
-    }
-
-  private:
-    static size_t countLocked(const LogLine& line) {
-        return static_cast<size_t>(std::count(sLines.begin(), sLines.end(), line));
-    }
-    static void write(const struct __android_logger_data* data, const char* message) {
-        std::unique_lock<std::mutex> lock(sMutex);
-        sLines.push_back(LogLine{data->priority, data->tag != nullptr ? data->tag : "", message});
-        if (!sGate.empty() && sGate == message) {
-            ++sHeld;
-            sChanged.notify_all();
-            sChanged.wait(lock, [] { return sGate.empty(); });
-        }
-        sChanged.notify_all();
-    }
-
-    static inline std::mutex sMutex;
-    static inline std::condition_variable sChanged;
-    static inline std::vector<LogLine> sLines;
-    static inline std::string sGate;
-    static inline int sHeld = 0;
-};
 
 // Two threads find no connection at once: one connects, the other finds the
 // connection made when it gets the exclusive lock, says so, and uses it. The
@@ -293,17 +260,15 @@ class GatedLog {
 // shared only before the first asks for it exclusively, so the two meet in
 // fewer rounds than with glibc's reader-preferring lock.
 TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
-    GatedLog log;
+    zeltest::LogCapture log;
     const LogLine notDeclared = error("Dolm is not declared");
-    const LogLine entryLine = info("dolm client dolmResCtlRelease");
     bool raced = false;
     for (int round = 0; round < 400 && !raced; ++round) {
+        log.clear();
         log.close("Dolm HAL Service not found");
-        const size_t entriesBefore = log.count(entryLine);
-        const size_t lostBefore = log.count(notDeclared);
         std::atomic<int> first{0};
         std::thread holder([&] { first = dolmResCtlRelease(1); });
-        ASSERT_TRUE(log.waitHeld(1));
+        ASSERT_TRUE(log.waitHeld(1, kWait));
 
         auto service = FakeDolmService::start();
         ASSERT_NE(service, nullptr);
@@ -311,7 +276,7 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
         std::atomic<int> results[2] = {{0}, {0}};
         std::thread racers[2] = {std::thread([&] { results[0] = dolmResCtlRelease(2); }),
                                  std::thread([&] { results[1] = dolmResCtlRelease(2); })};
-        ASSERT_TRUE(log.waitCount(entryLine, entriesBefore + 3));
+        ASSERT_TRUE(log.waitCount(info("dolm client dolmResCtlRelease"), 3, kWait));
         log.open();
         holder.join();
         for (std::thread& racer : racers) racer.join();
@@ -322,13 +287,11 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
         // after connecting, and may find the connection the others made.
         EXPECT_TRUE(first == -1 || first == 5) << first;
         EXPECT_EQ(service->calls(Op::kRelease).size(), first == 5 ? 3u : 2u);
-        const size_t lost = log.count(notDeclared) - lostBefore;
-        EXPECT_LE(lost, 1u);
-        raced = lost == 1;
+        EXPECT_LE(log.count(notDeclared), 1u);
+        raced = log.count(notDeclared) == 1;
 
-        const size_t diedBefore = log.count(error("Dolm HAL Service died"));
         service->kill();
-        ASSERT_TRUE(log.waitCount(error("Dolm HAL Service died"), diedBefore + 1));
+        ASSERT_TRUE(log.waitCount(error("Dolm HAL Service died"), 1, kWait));
     }
     EXPECT_TRUE(raced) << "the two threads never met at the connection step";
 }
@@ -340,15 +303,12 @@ TEST(RacingConnectionTest, LoserKeepsTheWinnersConnection) {
 // starts no thread pool).
 enum class ServiceHost { kInProcess, kServiceProcess };
 
-void PrintTo(ServiceHost host, std::ostream* os) {
-    *os << (host == ServiceHost::kInProcess ? "InProcess" : "ServiceProcess");
-}
-
 class ConcurrentRequestsTest : public ::testing::TestWithParam<ServiceHost> {};
 
 // Callback requests from several threads while their deliveries run: the
 // connection lock (shared), the registry mutex and the delivery's own use of
-// the registry mutex must not get in each other's way.
+// the registry mutex must not get in each other's way. Each delivery has
+// arrived, on its thread, by the time its request returns.
 TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     const zeltest::Watchdog watchdog(std::chrono::seconds(60), "concurrent callback requests");
     zeltest::silenceLog();
@@ -368,14 +328,17 @@ TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
         callbacks.push_back(std::make_shared<RecordingCallback>());
     }
     std::vector<int> results(kThreads * kRequests, -1);
+    // Deliveries a callback had received when its request returned.
+    std::vector<size_t> deliveredOnReturn(kThreads * kRequests, 0);
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (size_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (size_t i = 0; i < kRequests; ++i) {
+                const size_t n = t * kRequests + i;
                 ResourceList resources{res(1, "1")};
-                results[t * kRequests + i] = dolmResCtlRequest(-1, 1, resources, -1, -1, 0,
-                                                               callbacks[t * kRequests + i]);
+                results[n] = dolmResCtlRequest(-1, 1, resources, -1, -1, 0, callbacks[n]);
+                deliveredOnReturn[n] = callbacks[n]->deliveries().size();
                 dolmResCtlRelease(static_cast<int>(i));
             }
         });
@@ -387,6 +350,7 @@ TEST_P(ConcurrentRequestsTest, CallbackRequestsAndDeliveriesInterleave) {
     for (size_t n = 0; n < callbacks.size(); ++n) {
         SCOPED_TRACE(n);
         EXPECT_NE(results[n], -1);
+        EXPECT_EQ(deliveredOnReturn[n], 1u);
         ASSERT_EQ(callbacks[n]->deliveries().size(), 1u);
         const bool onCaller = callbacks[n]->threads()[0] == callers[n / kRequests];
         EXPECT_EQ(onCaller, GetParam() == ServiceHost::kServiceProcess);

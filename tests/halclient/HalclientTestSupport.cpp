@@ -3,111 +3,12 @@
 #include <android/binder_host.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <android/log.h>
-
-#include <sstream>
 
 namespace halclienttest {
-
-namespace {
-constexpr const char* kTag = "DOLMFramework-lib-vendor";
-constexpr const char* kCallbackTag = "DolmFramework-lib-vendor";
-}  // namespace
-
-LogLine info(const std::string& text) {
-    return LogLine{ANDROID_LOG_INFO, kTag, text};
-}
-
-LogLine error(const std::string& text) {
-    return LogLine{ANDROID_LOG_ERROR, kTag, text};
-}
-
-LogLine cbInfo(const std::string& text) {
-    return LogLine{ANDROID_LOG_INFO, kCallbackTag, text};
-}
-
-LogLine cbError(const std::string& text) {
-    return LogLine{ANDROID_LOG_ERROR, kCallbackTag, text};
-}
-
-LogLine failed(const std::string& label) {
-    return error(label + "() failed: dolm HAL service not available");
-}
-
-ZelClient::Resource res(int32_t id, const std::string& value) {
-    return ZelClient::Resource{id, value};
-}
-
-ZelClient::Resource bare(int32_t id) {
-    return ZelClient::Resource{id, std::nullopt};
-}
-
-DolmRequestData entry(int32_t id, std::optional<std::string> value,
-                      std::optional<std::string> path) {
-    DolmRequestData data;
-    data.id = id;
-    data.value = std::move(value);
-    data.path = std::move(path);
-    return data;
-}
-
-bool waitForLine(const zeltest::LogCapture& log, const LogLine& line, size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + kWait;
-    while (log.count(line) < count) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 size_t requestCallbackCount() {
     std::lock_guard<std::mutex> lock(request_callback_mutex);
     return request_callbacks.size();
-}
-
-std::string describe(const DolmRequestData& data) {
-    auto text = [](const std::optional<std::string>& s) {
-        return s.has_value() ? "\"" + *s + "\"" : std::string("absent");
-    };
-    std::ostringstream out;
-    out << "{id " << data.id << ", param " << data.param << ", value " << text(data.value)
-        << ", path " << text(data.path) << ", extra " << text(data.extra) << "}";
-    return out.str();
-}
-
-void RecordingCallback::onCallback(std::list<ZelClient::Resource> resources) {
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mDeliveries.push_back(std::move(resources));
-        mThreads.push_back(std::this_thread::get_id());
-    }
-    mArrived.notify_all();
-}
-
-bool RecordingCallback::waitFor(size_t count) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mArrived.wait_for(lock, kWait, [&] { return mDeliveries.size() >= count; });
-}
-
-std::vector<ResourceList> RecordingCallback::deliveries() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mDeliveries;
-}
-
-std::vector<std::thread::id> RecordingCallback::threads() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mThreads;
-}
-
-void RecordingPathCallback::onCallback(std::vector<std::string> values,
-                                       std::vector<std::string> paths) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mDeliveries.push_back({std::move(values), std::move(paths)});
-}
-
-std::vector<RecordingPathCallback::Delivery> RecordingPathCallback::deliveries() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mDeliveries;
 }
 
 std::shared_ptr<CallingBackService> CallingBackService::startCallingBack(

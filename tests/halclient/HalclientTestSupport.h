@@ -5,6 +5,7 @@
  */
 #pragma once
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -32,40 +33,104 @@ using zeltest::Op;
 
 inline constexpr auto kWait = std::chrono::seconds(10);
 
-/** INFO and ERROR lines under the request functions' tag. */
-LogLine info(const std::string& text);
-LogLine error(const std::string& text);
-/** INFO and ERROR lines under the callback client's tag. */
-LogLine cbInfo(const std::string& text);
-LogLine cbError(const std::string& text);
+inline constexpr const char* kTag = "DOLMFramework-lib-vendor";
+inline constexpr const char* kCallbackTag = "DolmFramework-lib-vendor";
+
+/** INFO and ERROR lines under the request functions' tag and the callback client's. */
+inline LogLine info(const std::string& text) {
+    return {ANDROID_LOG_INFO, kTag, text};
+}
+inline LogLine error(const std::string& text) {
+    return {ANDROID_LOG_ERROR, kTag, text};
+}
+inline LogLine cbInfo(const std::string& text) {
+    return {ANDROID_LOG_INFO, kCallbackTag, text};
+}
+inline LogLine cbError(const std::string& text) {
+    return {ANDROID_LOG_ERROR, kCallbackTag, text};
+}
+/** The callback client's lines: the caller's callback is called, a one-shot client found and removed. */
+inline LogLine calledBack(int isRegister) {
+    return cbInfo("DolmCallback::onCallback call IClientCallback onCallback is_register " +
+                  std::to_string(isRegister));
+}
+inline LogLine found() {
+    return cbInfo("callback is found in request_callbacks");
+}
+inline LogLine removed(int before, int after) {
+    return cbInfo(
+            "DolmCallback::onCallback request callback called , remove from "
+            "request_callbacks , request_callbacks size before " +
+            std::to_string(before) + " after " + std::to_string(after));
+}
 /** The reset line of a failed call. */
-LogLine failed(const std::string& label);
+inline LogLine failed(const std::string& label) {
+    return error(label + "() failed: dolm HAL service not available");
+}
 
 /** A resource with a value, and one without. */
-ZelClient::Resource res(int32_t id, const std::string& value);
-ZelClient::Resource bare(int32_t id);
+inline ZelClient::Resource res(int32_t id, const std::string& value) {
+    return {id, value};
+}
+inline ZelClient::Resource bare(int32_t id) {
+    return {id, std::nullopt};
+}
 
 /** An entry as the service sends it. */
-DolmRequestData entry(int32_t id, std::optional<std::string> value,
-                      std::optional<std::string> path = std::nullopt);
+inline DolmRequestData entry(int32_t id, std::optional<std::string> value,
+                             std::optional<std::string> path = std::nullopt) {
+    DolmRequestData data = zeltest::entry(id, std::move(value));
+    data.path = std::move(path);
+    return data;
+}
 
-/** Waits until `log` holds at least `count` copies of `line`; false on timeout. */
-bool waitForLine(const zeltest::LogCapture& log, const LogLine& line, size_t count = 1);
+/** A diagnostics request: its name (failure label and entry line), function and dump code. */
+struct Diagnostic {
+    const char* name;
+    int (*call)();
+    int32_t code;
+};
+inline const Diagnostic kDiagnostics[] = {
+        {"dolmDumpToDoQueue", dolmHalclient::dolmDumpToDoQueue, 0},
+        {"dolmDumpRunMap", dolmHalclient::dolmDumpRunMap, 1},
+        {"dolmDumpActiveResMap", dolmHalclient::dolmDumpActiveResMap, 2},
+        {"dolmDumpResRequest", dolmHalclient::dolmDumpResRequest, 3},
+        {"dolmDumpResInfo", dolmHalclient::dolmDumpResInfo, 4},
+        {"dolmDumpSAInfo", dolmHalclient::dolmDumpSAInfo, 5},
+        {"dolmDumpPidFdList", dolmHalclient::dolmDumpPidFdList, 6},
+        {"dolmDumpPidfdMonitorMap", dolmHalclient::dolmDumpPidfdMonitorMap, 7},
+        {"dolmDumpResRecordList", dolmHalclient::dolmDumpResRecordList, 8},
+        {"dolmHistoryRequestRecordOn", dolmHalclient::dolmHistoryRequestRecordOn, 10},
+        {"dolmHistoryRequestRecordOff", dolmHalclient::dolmHistoryRequestRecordOff, 11},
+};
 
 /** Size of request_callbacks, read under its mutex. */
 size_t requestCallbackCount();
 
-/** The one-line renderings used to compare parcel entries in failure messages. */
-std::string describe(const DolmRequestData& data);
-
 /** An id-form caller callback that records each delivery and the thread it ran on. */
 class RecordingCallback : public IClientCallback {
   public:
-    void onCallback(std::list<ZelClient::Resource> resources) override;
+    void onCallback(std::list<ZelClient::Resource> resources) override {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mDeliveries.push_back(std::move(resources));
+            mThreads.push_back(std::this_thread::get_id());
+        }
+        mArrived.notify_all();
+    }
     /** Waits for `count` deliveries; false on timeout. */
-    bool waitFor(size_t count);
-    std::vector<ResourceList> deliveries() const;
-    std::vector<std::thread::id> threads() const;
+    bool waitFor(size_t count, std::chrono::milliseconds timeout = kWait) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mArrived.wait_for(lock, timeout, [&] { return mDeliveries.size() >= count; });
+    }
+    std::vector<ResourceList> deliveries() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mDeliveries;
+    }
+    std::vector<std::thread::id> threads() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mThreads;
+    }
 
   private:
     mutable std::mutex mMutex;
@@ -81,8 +146,14 @@ class RecordingPathCallback : public IClientCallbackByPath {
         std::vector<std::string> values;
         std::vector<std::string> paths;
     };
-    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override;
-    std::vector<Delivery> deliveries() const;
+    void onCallback(std::vector<std::string> values, std::vector<std::string> paths) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mDeliveries.push_back({std::move(values), std::move(paths)});
+    }
+    std::vector<Delivery> deliveries() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mDeliveries;
+    }
 
   private:
     mutable std::mutex mMutex;

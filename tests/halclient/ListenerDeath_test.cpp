@@ -32,27 +32,12 @@ constexpr uint64_t kCallsPerRound = 60;
 // Every third service call fails, so the failure paths run between deaths too.
 constexpr int kFailEvery = 3;
 
-class CountingCallback : public IClientCallback {
-  public:
-    void onCallback(std::list<ZelClient::Resource> /*resources*/) override { ++mCount; }
-    std::atomic<uint64_t> mCount{0};
-};
-
-class CountingPathCallback : public IClientCallbackByPath {
-  public:
-    void onCallback(std::vector<std::string> /*values*/,
-                    std::vector<std::string> /*paths*/) override {
-        ++mCount;
-    }
-    std::atomic<uint64_t> mCount{0};
-};
-
 enum class Kind { kId, kPath, kMap, kThermal };
 
 // One caller's registration of its own list of the given kind; returns the
 // handle. Lists differ between callers, so none is a duplicate of another.
-int registerOnce(Kind kind, int caller, const std::shared_ptr<CountingCallback>& callback,
-                 const std::shared_ptr<CountingPathCallback>& pathCallback) {
+int registerOnce(Kind kind, int caller, const std::shared_ptr<RecordingCallback>& callback,
+                 const std::shared_ptr<RecordingPathCallback>& pathCallback) {
     const int32_t id = 100 + caller;
     const std::string path = "/dev/res/" + std::to_string(caller);
     switch (kind) {
@@ -98,8 +83,8 @@ TEST(ListenerDeathTest, RegistrationsOfEveryKindReturnWhileTheServiceDies) {
     std::atomic<uint64_t> foreign{0};
     std::mutex progressMutex;
     std::condition_variable progressed;
-    auto callback = std::make_shared<CountingCallback>();
-    auto pathCallback = std::make_shared<CountingPathCallback>();
+    auto callback = std::make_shared<RecordingCallback>();
+    auto pathCallback = std::make_shared<RecordingPathCallback>();
 
     // A result is -1 or a number that an instance started so far gave.
     const std::function<void(int)> check = [&](int result) {
@@ -175,7 +160,7 @@ TEST(ListenerDeathTest, RegistrationsOfEveryKindReturnWhileTheServiceDies) {
     // No death notification may still run while the process exits.
     const size_t deaths = log.count(error("Dolm HAL Service died"));
     service.kill();
-    EXPECT_TRUE(waitForLine(log, error("Dolm HAL Service died"), deaths + 1));
+    EXPECT_TRUE(log.waitCount(error("Dolm HAL Service died"), deaths + 1, kWait));
 }
 
 }  // namespace

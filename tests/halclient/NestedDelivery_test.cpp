@@ -78,10 +78,12 @@ class ReenteringCallback : public IClientCallback, public IClientCallbackByPath 
     size_t mReenterOn;
 };
 
+using Reentering = std::shared_ptr<ReenteringCallback>;
+
 struct NestedCase {
     const char* name;
     // Makes the call during which the service delivers to `callback`; returns its result.
-    std::function<int(const std::shared_ptr<ReenteringCallback>& callback)> call;
+    std::function<int(const Reentering& callback)> call;
     // The delivery that happens inside the call: the first, or a later one.
     size_t delivery = 1;
 };
@@ -89,36 +91,32 @@ struct NestedCase {
 std::vector<NestedCase> nestedCases() {
     return {
             {"ResCtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(5, "1")};
                  return dolmResCtlRequest(-1, 10, resources, -1, -1, 0, cb);
              }},
             {"SACtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
-                 return dolmSACtlRequest(-1, 10, 4, -1, -1, 0, cb);
-             }},
+             [](const Reentering& cb) { return dolmSACtlRequest(-1, 10, 4, -1, -1, 0, cb); }},
             {"PathCtlCallback",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  return dolm_resctl_request_with_callback_by_path(-1, 10, {"/nested/ctl"}, {"1"},
                                                                   -1, -1, 0, cb);
              }},
             {"ListeningRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(7, "1")};
                  return dolmResListeningRegister(resources, 0, cb);
              }},
             {"PathListeningRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  return dolm_res_listening_register_by_path({"/nested/listen"}, 0, cb);
              }},
             {"ThermalRegister",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
-                 return dolmThermalListeningRegister({8}, cb);
-             }},
+             [](const Reentering& cb) { return dolmThermalListeningRegister({8}, cb); }},
             // The service calls the listener registered last from inside an
             // event request: the listener's second delivery.
             {"ZelEventAcquireNotifiesListener",
-             [](const std::shared_ptr<ReenteringCallback>& cb) {
+             [](const Reentering& cb) {
                  ResourceList resources{res(9, "1")};
                  if (dolmResListeningRegister(resources, 0, cb) == -1) return -1;
                  return ZelEventAcquire(3, "pkg", "id", 10, {});
@@ -165,31 +163,6 @@ TEST(NestedDeliveryTest, RunsOnTheCallingThreadWithoutLibraryLocks) {
               nestedCases().size());
 }
 
-// Counts deliveries and can wait for them for a given time.
-class WaitingCallback : public IClientCallback {
-  public:
-    void onCallback(std::list<ZelClient::Resource> /*resources*/) override {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mThreads.push_back(std::this_thread::get_id());
-        }
-        mArrived.notify_all();
-    }
-    bool waitFor(size_t count, std::chrono::milliseconds timeout) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mArrived.wait_for(lock, timeout, [&] { return mThreads.size() >= count; });
-    }
-    std::vector<std::thread::id> threads() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThreads;
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mArrived;
-    std::vector<std::thread::id> mThreads;
-};
-
 // Nothing in this suite has started a thread pool before this test.
 TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     const zeltest::Watchdog watchdog(std::chrono::seconds(60), "delivery without a thread pool");
@@ -198,7 +171,7 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
     ServiceOptions options;
     options.delivery = ServiceOptions::Delivery::kAfterCall;
     ASSERT_TRUE(service.start(kInstance, options));
-    auto callback = std::make_shared<WaitingCallback>();
+    auto callback = std::make_shared<RecordingCallback>();
     ResourceList resources{res(5, "1")};
 
     const int handle = dolmResListeningRegister(resources, 0, callback);
@@ -212,15 +185,13 @@ TEST(NoThreadPoolTest, ListenerDeliveryWaitsUntilAPoolRuns) {
 
     // With a pool it arrives, on one of the pool's threads.
     ABinderProcess_startThreadPool();
-    ASSERT_TRUE(callback->waitFor(1, kWait));
+    ASSERT_TRUE(callback->waitFor(1));
     EXPECT_NE(callback->threads()[0], std::this_thread::get_id());
-    EXPECT_EQ(log.count(cbInfo("DolmCallback::onCallback call IClientCallback onCallback "
-                               "is_register 1")),
-              1u);
+    EXPECT_EQ(log.count(calledBack(1)), 1u);
 
     // The pool receives the death notice too; none may still run at exit.
     service.kill();
-    EXPECT_TRUE(waitForLine(log, error("Dolm HAL Service died")));
+    EXPECT_TRUE(log.waitCount(error("Dolm HAL Service died"), 1, kWait));
 }
 
 }  // namespace

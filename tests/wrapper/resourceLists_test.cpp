@@ -31,86 +31,58 @@ struct TextCase {
     List expected;
 };
 
-// Names the case after its text, with control characters spelled out so that
-// test names stay printable.
-void PrintTo(const TextCase& c, std::ostream* os) {
-    *os << "\"";
-    for (const char* p = c.text; *p != '\0'; ++p) {
-        switch (*p) {
-            case '\t':
-                *os << "\\t";
-                break;
-            case '\r':
-                *os << "\\r";
-                break;
-            case '\n':
-                *os << "\\n";
-                break;
-            default:
-                *os << *p;
-        }
+// Builds a list from each text; failures show the text with control
+// characters spelled out.
+template <typename Builder>
+void expectLists(Builder build, const std::vector<TextCase>& cases) {
+    for (const TextCase& c : cases) {
+        EXPECT_EQ(build(c.text), c.expected) << ::testing::PrintToString(std::string(c.text));
     }
-    *os << "\"";
 }
 
-const int32_t kTl0 = opCodeTargetLoad[0], kTl1 = opCodeTargetLoad[1], kTl2 = opCodeTargetLoad[2];
-
-class TargetLoadTest : public ::testing::TestWithParam<TextCase> {};
-
-TEST_P(TargetLoadTest, Builds) {
-    EXPECT_EQ(getTargetLoadList(GetParam().text), GetParam().expected);
+TEST(TargetLoadListTest, Builds) {
+    const int32_t kTl0 = opCodeTargetLoad[0], kTl1 = opCodeTargetLoad[1], kTl2 = opCodeTargetLoad[2];
+    expectLists(getTargetLoadList,
+                {{"", {}},
+                 {"1200,1500,1800", {{kTl0, "1200"}, {kTl1, "1500"}, {kTl2, "1800"}}},
+                 // Values are passed on untrimmed and unchecked.
+                 {" 12,abc", {{kTl0, " 12"}, {kTl1, "abc"}}},
+                 // Empty fields vanish in the split, so positions close up.
+                 {",1200,,1500", {{kTl0, "1200"}, {kTl1, "1500"}}},
+                 // A "-" anywhere selects the paired form; a "-1" field has no pair.
+                 {"1200,-1,1800", {}},
+                 {"-1", {}},
+                 {"0-1200,1-1500", {{kTl0, "1200"}, {kTl1, "1500"}}},
+                 // The position, not the key, chooses the id; later parts are ignored.
+                 {"2-1200,0-1500-9", {{kTl0, "1200"}, {kTl1, "1500"}}},
+                 {"0-1200,x,2-1800", {{kTl0, "1200"}, {kTl2, "1800"}}},
+                 // More fields than the table has entries: the surplus is ignored.
+                 {"1,2,3,4,5", {{kTl0, "1"}, {kTl1, "2"}, {kTl2, "3"}}},
+                 {"0-1,1-2,2-3,3-4", {{kTl0, "1"}, {kTl1, "2"}, {kTl2, "3"}}}});
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        Texts, TargetLoadTest,
-        ::testing::Values(TextCase{"", {}},
-                          TextCase{"1200,1500,1800",
-                                   {{kTl0, "1200"}, {kTl1, "1500"}, {kTl2, "1800"}}},
-                          // Values are passed on untrimmed and unchecked.
-                          TextCase{" 12,abc", {{kTl0, " 12"}, {kTl1, "abc"}}},
-                          // Empty fields vanish in the split, so positions close up.
-                          TextCase{",1200,,1500", {{kTl0, "1200"}, {kTl1, "1500"}}},
-                          // A "-" anywhere selects the paired form; a "-1" field has no pair.
-                          TextCase{"1200,-1,1800", {}}, TextCase{"-1", {}},
-                          TextCase{"0-1200,1-1500", {{kTl0, "1200"}, {kTl1, "1500"}}},
-                          // The position, not the key, chooses the id; later parts are ignored.
-                          TextCase{"2-1200,0-1500-9", {{kTl0, "1200"}, {kTl1, "1500"}}},
-                          TextCase{"0-1200,x,2-1800", {{kTl0, "1200"}, {kTl2, "1800"}}},
-                          // More fields than the table has entries: the surplus is ignored.
-                          TextCase{"1,2,3,4,5", {{kTl0, "1"}, {kTl1, "2"}, {kTl2, "3"}}},
-                          TextCase{"0-1,1-2,2-3,3-4", {{kTl0, "1"}, {kTl1, "2"}, {kTl2, "3"}}}));
 
 constexpr int32_t kColocation = 0x01011040;
 constexpr int32_t kMigrateUp = 0x01010FB0;
 constexpr int32_t kMigrateDown = 0x01010FC0;
 
-class ColocationTest : public ::testing::TestWithParam<TextCase> {};
-
-TEST_P(ColocationTest, Builds) {
-    EXPECT_EQ(getColocationList(GetParam().text), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Texts, ColocationTest,
-        ::testing::Values(TextCase{"", {}}, TextCase{"colocation", {}},
-                          TextCase{"colocation:1", {{kColocation, "1"}}},
-                          TextCase{"groupmigrate:5-3", {{kMigrateUp, "5"}, {kMigrateDown, "3"}}},
-                          TextCase{"groupmigrate:3-5", {}}, TextCase{"groupmigrate:4-4", {}},
-                          TextCase{"groupmigrate:-1-3", {}}, TextCase{"groupmigrate:5", {}},
-                          // Numbers are parsed: leading zeros and garbage go.
-                          TextCase{"groupmigrate:07x-2", {{kMigrateUp, "7"}, {kMigrateDown, "2"}}},
-                          // Unparsable numbers count as 0.
-                          TextCase{"groupmigrate:3-x", {{kMigrateUp, "3"}, {kMigrateDown, "0"}}},
-                          TextCase{"colocation:2,groupmigrate:6-4",
-                                   {{kColocation, "2"}, {kMigrateUp, "6"}, {kMigrateDown, "4"}}},
-                          // Keys are compared exactly; later parts are ignored.
-                          TextCase{"Colocation:1, colocation:2,colocation:3:4,other:5",
-                                   {{kColocation, "3"}}}));
-
-class GameAdpTest : public ::testing::TestWithParam<TextCase> {};
-
-TEST_P(GameAdpTest, Builds) {
-    EXPECT_EQ(getGameAdpList(GetParam().text), GetParam().expected);
+TEST(ColocationListTest, Builds) {
+    expectLists(getColocationList,
+                {{"", {}},
+                 {"colocation", {}},
+                 {"colocation:1", {{kColocation, "1"}}},
+                 {"groupmigrate:5-3", {{kMigrateUp, "5"}, {kMigrateDown, "3"}}},
+                 {"groupmigrate:3-5", {}},
+                 {"groupmigrate:4-4", {}},
+                 {"groupmigrate:-1-3", {}},
+                 {"groupmigrate:5", {}},
+                 // Numbers are parsed: leading zeros and garbage go.
+                 {"groupmigrate:07x-2", {{kMigrateUp, "7"}, {kMigrateDown, "2"}}},
+                 // Unparsable numbers count as 0.
+                 {"groupmigrate:3-x", {{kMigrateUp, "3"}, {kMigrateDown, "0"}}},
+                 {"colocation:2,groupmigrate:6-4",
+                  {{kColocation, "2"}, {kMigrateUp, "6"}, {kMigrateDown, "4"}}},
+                 // Keys are compared exactly; later parts are ignored.
+                 {"Colocation:1, colocation:2,colocation:3:4,other:5", {{kColocation, "3"}}}});
 }
 
 List group(const int32_t (&table)[4], std::vector<std::string> values) {
@@ -125,23 +97,21 @@ List concat(std::vector<List> lists) {
     return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        Texts, GameAdpTest,
-        ::testing::Values(TextCase{"", {}},
-                          TextCase{"1,2,3,4;5,6,7,8",
-                                   concat({group(opCodeAdpXpuCoreBoost, {"1", "2", "3", "4"}),
-                                           group(opCodeAdpXpuCoreLimit, {"5", "6", "7", "8"})})},
-                          // A group without a "," is skipped whole, but it keeps its place.
-                          TextCase{"1;5,6", group(opCodeAdpXpuCoreLimit, {"5", "6"})},
-                          TextCase{"a,b;c,d;e,f;g,h;i,j",
-                                   concat({group(opCodeAdpXpuCoreBoost, {"a", "b"}),
-                                           group(opCodeAdpXpuCoreLimit, {"c", "d"}),
-                                           group(opCodeAdpXpuFreqBoost, {"e", "f"}),
-                                           group(opCodeAdpXpuFreqLimit, {"g", "h"})})},
-                          // Values are trimmed; -1 is not special; surplus values are ignored.
-                          TextCase{" 1 ,\t-1\r\n, 3,4,5,6",
-                                   group(opCodeAdpXpuCoreBoost, {"1", "-1", "3", "4"})},
-                          TextCase{",;,,", {}}));
+TEST(GameAdpListTest, Builds) {
+    expectLists(getGameAdpList,
+                {{"", {}},
+                 {"1,2,3,4;5,6,7,8", concat({group(opCodeAdpXpuCoreBoost, {"1", "2", "3", "4"}),
+                                             group(opCodeAdpXpuCoreLimit, {"5", "6", "7", "8"})})},
+                 // A group without a "," is skipped whole, but it keeps its place.
+                 {"1;5,6", group(opCodeAdpXpuCoreLimit, {"5", "6"})},
+                 {"a,b;c,d;e,f;g,h;i,j", concat({group(opCodeAdpXpuCoreBoost, {"a", "b"}),
+                                                 group(opCodeAdpXpuCoreLimit, {"c", "d"}),
+                                                 group(opCodeAdpXpuFreqBoost, {"e", "f"}),
+                                                 group(opCodeAdpXpuFreqLimit, {"g", "h"})})},
+                 // Values are trimmed; -1 is not special; surplus values are ignored.
+                 {" 1 ,\t-1\r\n, 3,4,5,6", group(opCodeAdpXpuCoreBoost, {"1", "-1", "3", "4"})},
+                 {",;,,", {}}});
+}
 
 TEST(GameUpgradeListTest, ReadsOnlyLevelAndText) {
     struct Case {

@@ -9,16 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "FakeDolmService.h"
-#include "LogCapture.h"
-#include "RequestMatchers.h"
+#include "../zel/ZelFixture.h"
 
 namespace zeltest {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 constexpr const char* kWrapperTag = "[ZEL_CLIENT_WRAPPER]";
 
@@ -26,15 +23,7 @@ LogLine wrapperInfo(std::string text) {
     return LogLine{4, kWrapperTag, std::move(text)};
 }
 
-class WrapperTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        mService = FakeDolmService::start();
-        ASSERT_NE(mService, nullptr);
-    }
-    LogCapture mLog;
-    std::shared_ptr<FakeDolmService> mService;
-};
+using WrapperTest = ZelServiceTest;
 
 TEST_F(WrapperTest, ActionNameSelectsTheFirstTablePosition) {
     struct Case {
@@ -100,23 +89,23 @@ TEST_F(WrapperTest, AcquireLogsItsArgumentsWithNoneForEmptyTexts) {
 
 TEST_F(WrapperTest, ReleasePassesAnyHandle) {
     const int32_t handles[] = {12, 0, -3};
-    for (int32_t handle : handles) ZelReleaseWapper(handle);
-    const std::vector<Call> releases = mService->calls(Op::kRelease);
-    ASSERT_EQ(releases.size(), 3u);
-    EXPECT_EQ(releases[0].first, 12);
-    EXPECT_EQ(releases[1].first, 0);
-    EXPECT_EQ(releases[2].first, -3);
-    EXPECT_THAT(mLog.lines(kWrapperTag), ElementsAre(wrapperInfo("[ZelReleaseWapper] 12"),
-                                                     wrapperInfo("[ZelReleaseWapper] 0"),
-                                                     wrapperInfo("[ZelReleaseWapper] -3")));
+    for (int32_t handle : handles) {
+        mLog.clear();
+        ZelReleaseWapper(handle);
+        EXPECT_EQ(mService->calls(Op::kRelease).back().first, handle);
+        EXPECT_THAT(mLog.lines(kWrapperTag),
+                    ElementsAre(wrapperInfo("[ZelReleaseWapper] " + std::to_string(handle))));
+    }
 }
 
 // One row of the notify dispatch: the wrapper's arguments and the rule
 // control call it must make, if any.
+using Data = std::vector<DolmRequestData>;
+
 struct RuleCall {
     int32_t rule;
     int32_t status;
-    std::vector<DolmRequestData> data;
+    Data data;
 };
 
 struct NotifyRow {
@@ -156,20 +145,21 @@ constexpr int32_t kResEnable = 0x010112F0;
 constexpr int32_t kResBoost = 0x01011070;
 constexpr int32_t kResColocation = 0x01011040;
 
-TEST_F(WrapperTest, NotifyPlainRulesForwardSourceAndType) {
+// Rules without records: most sources forward source and type; sources 2, 3,
+// 5 and 6 share rule 200, whose status is the source for type 1, else 0;
+// unknown sources call nothing.
+TEST_F(WrapperTest, NotifyRulesWithoutRecords) {
     std::vector<NotifyRow> rows;
     for (int32_t src : {1, 10, 11, 12, 16, 110, 129, 1000}) {
         for (int32_t type : {0, 1, 7, -5})
             rows.push_back({src, type, 3, "t", RuleCall{src, type, {}}});
     }
-    expectDispatch(*mService, rows);
-}
-
-TEST_F(WrapperTest, NotifySharedRuleForSources2356) {
-    std::vector<NotifyRow> rows;
     for (int32_t src : {2, 3, 5, 6}) {
         rows.push_back({src, 1, 9, "", RuleCall{200, src, {}}});
         for (int32_t type : {0, 5, -1}) rows.push_back({src, type, 9, "", RuleCall{200, 0, {}}});
+    }
+    for (int32_t src : {0, -1, 4, 7, 13, 17, 101, 103, 109, 112, 128, 132, 999, 1001, 8999, 9001}) {
+        for (int32_t type : {0, 1}) rows.push_back({src, type, 1, "1,2", std::nullopt});
     }
     expectDispatch(*mService, rows);
 }
@@ -214,9 +204,9 @@ TEST_F(WrapperTest, NotifyRulesBuiltFromText) {
                     {14, 2, 2, "g", std::nullopt},
                     {130, 0, 0, "1,2", RuleCall{130, 0, {}}},
                     {130, 1, 0, "1,2",
-                     RuleCall{130,
-                              1,
-                              {entry(opCodeTargetLoad[0], "1"), entry(opCodeTargetLoad[1], "2")}}},
+                     RuleCall{130, 1,
+                              Data{entry(opCodeTargetLoad[0], "1"),
+                                   entry(opCodeTargetLoad[1], "2")}}},
                     // A text that yields no record still sends the empty list.
                     {130, 1, 0, "1,-1", RuleCall{130, 1, {}}},
                     {130, 1, 0, "", std::nullopt},
@@ -227,21 +217,12 @@ TEST_F(WrapperTest, NotifyRulesBuiltFromText) {
                     {131, 1, 0, "", std::nullopt},
                     {9000, 0, 0, "", RuleCall{9000, 0, {}}},
                     {9000, 1, 0, "1,2",
-                     RuleCall{9000,
-                              1,
-                              {entry(opCodeAdpXpuCoreBoost[0], "1"),
-                               entry(opCodeAdpXpuCoreBoost[1], "2")}}},
+                     RuleCall{9000, 1,
+                              Data{entry(opCodeAdpXpuCoreBoost[0], "1"),
+                                   entry(opCodeAdpXpuCoreBoost[1], "2")}}},
                     {9000, 1, 0, "", std::nullopt},
                     {9000, 3, 0, "1,2", std::nullopt},
             });
-}
-
-TEST_F(WrapperTest, NotifyUnknownSourcesCallNothing) {
-    std::vector<NotifyRow> rows;
-    for (int32_t src : {0, -1, 4, 7, 13, 17, 101, 103, 109, 112, 128, 132, 999, 1001, 8999, 9001}) {
-        for (int32_t type : {0, 1}) rows.push_back({src, type, 1, "1,2", std::nullopt});
-    }
-    expectDispatch(*mService, rows);
 }
 
 TEST_F(WrapperTest, NotifyLogsInfoSourceAndType) {
@@ -255,8 +236,8 @@ TEST_F(WrapperTest, NotifyLogsInfoSourceAndType) {
 TEST(WrapperNoServiceTest, NotifyStillReturnsZero) {
     LogCapture log;
     EXPECT_EQ(ZelNotifyWapper("i", 1000, 7, 0, 0, 0, ""), 0);
-    EXPECT_EQ(log.count(LogLine{4, "[ZEL_CLIENT]", "zelRuleCtl, ruleId:1000, status:7"}), 1u);
-    EXPECT_EQ(log.count(LogLine{6, "[ZEL_CLIENT]", "Dolm HAL Service not found"}), 1u);
+    EXPECT_EQ(log.count(zelInfo("zelRuleCtl, ruleId:1000, status:7")), 1u);
+    EXPECT_EQ(log.count(zelError("Dolm HAL Service not found")), 1u);
     EXPECT_EQ(ZelEventAcquireWrapper("TALVEN_ACTION_LAUNCH", "s", "i", 1), -1);
 }
 

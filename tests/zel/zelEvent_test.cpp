@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,21 +23,28 @@ const std::vector<ZelClient::Resource> kTwoResources{{0x01010B10, "800"},
 
 class ZelEventTest : public ZelServiceTest {};
 
+// The command id chooses the request type and whether a command entry leads
+// the data; the timeout is sign-extended, and the service's answer comes back
+// whatever its sign.
 TEST_F(ZelEventTest, CommandIdChoosesRequestTypeAndCommandEntry) {
     struct Case {
         int32_t cmdId;
         int32_t requestType;
         bool commandEntry;
+        int32_t timeout;
+        int32_t answer;
     };
     const Case cases[] = {
-            {5, 8, true},   {0, 8, true},   {-1, 8, true},   {-4, 8, true},
-            {198, 8, true}, {-2, 1, false}, {-3, 12, false},
+            {5, 8, true, 3000, 41},      {0, 8, true, -1, 0},      {-1, 8, true, INT32_MIN, -9},
+            {-4, 8, true, INT32_MAX, 7}, {198, 8, true, 3000, 41}, {-2, 1, false, 3000, 41},
+            {-3, 12, false, -1, 41},
     };
-    mService->setAnswer(Op::kRequest, Answer::ok(41));
     for (const Case& c : cases) {
         SCOPED_TRACE("cmdId " + std::to_string(c.cmdId));
+        mService->setAnswer(Op::kRequest, Answer::ok(c.answer));
         const size_t before = mService->calls(Op::kRequest).size();
-        EXPECT_EQ(ZelEventAcquire(c.cmdId, "com.example.game", "scene-1", 3000, kTwoResources), 41);
+        EXPECT_EQ(ZelEventAcquire(c.cmdId, "com.example.game", "scene-1", c.timeout, kTwoResources),
+                  c.answer);
 
         const std::vector<Call> requests = mService->calls(Op::kRequest);
         ASSERT_EQ(requests.size(), before + 1);
@@ -50,7 +58,7 @@ TEST_F(ZelEventTest, CommandIdChoosesRequestTypeAndCommandEntry) {
         EXPECT_THAT(parcel.data, ElementsAreArray(expected));
         EXPECT_EQ(parcel.pkg, std::optional<std::string>("com.example.game"));
         EXPECT_EQ(parcel.identity, std::optional<std::string>("scene-1"));
-        EXPECT_EQ(parcel.timeout, 3000);
+        EXPECT_EQ(parcel.timeout, static_cast<int64_t>(c.timeout));
     }
 }
 
@@ -74,40 +82,24 @@ TEST_F(ZelEventTest, EmptyTextsAreSentPresentAndEverythingElseStaysDefault) {
                 ElementsAre(zelInfo("ZelEventAcquire, cmdid:5, pkg:none, identity:none")));
 }
 
-TEST_F(ZelEventTest, TimeoutIsSignExtended) {
-    const int32_t timeouts[] = {-1, INT32_MIN, INT32_MAX};
-    for (int32_t timeout : timeouts) {
-        ZelEventAcquire(1, "p", "i", timeout, {});
-        EXPECT_EQ(mService->calls(Op::kRequest).back().parcel.timeout,
-                  static_cast<int64_t>(timeout));
-    }
-}
-
-TEST_F(ZelEventTest, ServiceAnswerIsPassedThroughWhateverItsSign) {
-    const int32_t answers[] = {7, 0, -9};
-    for (int32_t answer : answers) {
-        mService->setAnswer(Op::kRequest, Answer::ok(answer));
-        EXPECT_EQ(ZelEventAcquire(1, "p", "i", 10, {}), answer);
-    }
-}
-
+// Markers go only to the always-on category.
 TEST_F(ZelEventTest, AcquireLeavesAnInstantTraceMarker) {
-    TraceCapture trace;
-    ZelEventAcquire(42, "p", "", 3000, {});
-    EXPECT_THAT(
-            trace.events(),
-            ElementsAre(TraceEvent{true,
-                                   "ZelEventAcquire  cmd_id:42 pkg:p identity:none duration:3000"},
-                        TraceEvent{false, ""}));
+    {
+        TraceCapture trace;
+        ZelEventAcquire(42, "p", "", 3000, {});
+        EXPECT_THAT(trace.events(),
+                    ElementsAre(TraceEvent{true,
+                                           "ZelEventAcquire  cmd_id:42 pkg:p identity:none "
+                                           "duration:3000"},
+                                TraceEvent{false, ""}));
+    }
     EXPECT_THAT(zelLines(),
                 ElementsAre(zelInfo("ZelEventAcquire, cmdid:42, pkg:p, identity:none")));
-}
 
-TEST_F(ZelEventTest, MarkersGoOnlyToTheAlwaysOnCategory) {
-    TraceCapture trace(/*enabledTags=*/~uint64_t{1});
+    TraceCapture others(/*enabledTags=*/~uint64_t{1});
     ZelEventAcquire(42, "p", "i", 3000, {});
     ZelRelease(3);
-    EXPECT_TRUE(trace.events().empty());
+    EXPECT_TRUE(others.events().empty());
 }
 
 TEST_F(ZelEventTest, LongTraceNameIsCutButLogAndParcelKeepTheFullText) {
@@ -128,85 +120,59 @@ TEST_F(ZelEventTest, LongTraceNameIsCutButLogAndParcelKeepTheFullText) {
     EXPECT_EQ(onlyRequest().pkg, std::optional<std::string>(pkg));
 }
 
-TEST_F(ZelEventTest, ResAcquireSendsAResourceRequestWithoutPackage) {
-    mService->setAnswer(Op::kRequest, Answer::ok(12));
-    EXPECT_EQ(ZelResAcquire(kTwoResources, nullptr, "ident", -1), 12);
-
-    const DolmRequestParcel parcel = onlyRequest();
-    EXPECT_EQ(parcel.requestType, 1);
-    EXPECT_THAT(parcel.data, ElementsAre(entry(0x01010B10, "800"), entry(0x01010B20, "")));
-    EXPECT_EQ(parcel.pkg, std::optional<std::string>(""));
-    EXPECT_EQ(parcel.identity, std::optional<std::string>("ident"));
-    EXPECT_EQ(parcel.timeout, -1);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("ZelResAcquire"),
-                            zelInfo("ZelEventAcquire, cmdid:-2, pkg:none, identity:ident")));
-}
-
-TEST_F(ZelEventTest, PlatformResAcquireTakesIdentityBeforePackage) {
-    mService->setAnswer(Op::kRequest, Answer::ok(13));
+// The resource forms: no package for ZelResAcquire, identity before package
+// for ZelPlatformResAcquire.
+TEST_F(ZelEventTest, ResourceFormsForwardToTheEventRequest) {
+    using Lines = std::vector<LogLine>;
+    struct Case {
+        std::function<int32_t()> call;
+        int32_t requestType;
+        const char* pkg;
+        int32_t timeout;
+        Lines lines;
+    };
     int ignored = 0;
-    EXPECT_EQ(ZelPlatformResAcquire(kTwoResources, &ignored, "ident", "pkg", 20), 13);
-
-    const DolmRequestParcel parcel = onlyRequest();
-    EXPECT_EQ(parcel.requestType, 12);
-    EXPECT_THAT(parcel.data, ElementsAre(entry(0x01010B10, "800"), entry(0x01010B20, "")));
-    EXPECT_EQ(parcel.pkg, std::optional<std::string>("pkg"));
-    EXPECT_EQ(parcel.identity, std::optional<std::string>("ident"));
-    EXPECT_EQ(parcel.timeout, 20);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("ZelPlatformResAcquire"),
-                            zelInfo("ZelEventAcquire, cmdid:-3, pkg:pkg, identity:ident")));
-}
-
-TEST_F(ZelEventTest, ReleaseSendsAnyHandleAsItIs) {
-    TraceCapture trace;
-    const int32_t handles[] = {7, 0, -5};
-    for (int32_t handle : handles) ZelRelease(handle);
-
-    const std::vector<Call> releases = mService->calls(Op::kRelease);
-    ASSERT_EQ(releases.size(), 3u);
-    EXPECT_EQ(releases[0].first, 7);
-    EXPECT_EQ(releases[1].first, 0);
-    EXPECT_EQ(releases[2].first, -5);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("ZelRelease, handle:7"), zelInfo("ZelRelease, handle:0"),
-                            zelInfo("ZelRelease, handle:-5")));
-    EXPECT_THAT(trace.events(),
-                ElementsAre(TraceEvent{true, "ZelRelease: 7"}, TraceEvent{false, ""},
-                            TraceEvent{true, "ZelRelease: 0"}, TraceEvent{false, ""},
-                            TraceEvent{true, "ZelRelease: -5"}, TraceEvent{false, ""}));
-}
-
-TEST_F(ZelEventTest, InitCallsTheServiceAndReportsItsFailureAsMinusTwo) {
-    EXPECT_EQ(zelInit(), 0);
-    EXPECT_EQ(mService->calls(Op::kInit).size(), 1u);
-    EXPECT_THAT(zelLines(), ElementsAre(zelError("zelInit enter")));
-
-    mLog.clear();
-    mService->setAnswer(Op::kInit, Answer::serviceSpecific(4));
-    EXPECT_EQ(zelInit(), -2);
-    EXPECT_THAT(zelLines(), ElementsAre(zelError("zelInit enter"), failedLine("dolm_init")));
-}
-
-TEST_F(ZelEventTest, FailedRequestReturnsMinusOneAndLogsWhatWasWritten) {
-    const Answer failures[] = {Answer::serviceSpecific(17),
-                               Answer::transportFailure(STATUS_UNKNOWN_ERROR)};
-    for (const Answer& failure : failures) {
+    const Case cases[] = {
+            {[] { return ZelResAcquire(kTwoResources, nullptr, "ident", -1); }, 1, "", -1,
+             Lines{zelInfo("ZelResAcquire"),
+                   zelInfo("ZelEventAcquire, cmdid:-2, pkg:none, identity:ident")}},
+            {[&] { return ZelPlatformResAcquire(kTwoResources, &ignored, "ident", "pkg", 20); }, 12,
+             "pkg", 20,
+             Lines{zelInfo("ZelPlatformResAcquire"),
+                   zelInfo("ZelEventAcquire, cmdid:-3, pkg:pkg, identity:ident")}},
+    };
+    mService->setAnswer(Op::kRequest, Answer::ok(12));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.lines.front().text);
         mLog.clear();
-        mService->setAnswer(Op::kRequest, failure);
-        EXPECT_EQ(ZelEventAcquire(9, "p", "i", 10, {}), -1);
-        EXPECT_THAT(zelLines(), ElementsAre(zelInfo("ZelEventAcquire, cmdid:9, pkg:p, identity:i"),
-                                            failedLine("ZelEventAcquire"),
-                                            zelError("dolmResCtlRequest error:-1")));
+        EXPECT_EQ(c.call(), 12);
+        const DolmRequestParcel parcel = mService->calls(Op::kRequest).back().parcel;
+        EXPECT_EQ(parcel.requestType, c.requestType);
+        EXPECT_THAT(parcel.data, ElementsAre(entry(0x01010B10, "800"), entry(0x01010B20, "")));
+        EXPECT_EQ(parcel.pkg, std::optional<std::string>(c.pkg));
+        EXPECT_EQ(parcel.identity, std::optional<std::string>("ident"));
+        EXPECT_EQ(parcel.timeout, c.timeout);
+        EXPECT_THAT(zelLines(), ElementsAreArray(c.lines));
     }
 }
 
-TEST_F(ZelEventTest, FailedReleaseIsOnlyLogged) {
-    mService->setAnswer(Op::kRelease, Answer::transportFailure(STATUS_UNKNOWN_ERROR));
-    ZelRelease(4);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("ZelRelease, handle:4"), failedLine("dolmResCtlRelease")));
+TEST_F(ZelEventTest, ReleaseSendsAnyHandleAsItIs) {
+    for (int32_t handle : {7, 0, -5}) {
+        mLog.clear();
+        TraceCapture trace;
+        ZelRelease(handle);
+        const std::string text = std::to_string(handle);
+        EXPECT_EQ(mService->calls(Op::kRelease).back().first, handle);
+        EXPECT_THAT(zelLines(), ElementsAre(zelInfo("ZelRelease, handle:" + text)));
+        EXPECT_THAT(trace.events(),
+                    ElementsAre(TraceEvent{true, "ZelRelease: " + text}, TraceEvent{false, ""}));
+    }
+}
+
+TEST_F(ZelEventTest, InitCallsTheService) {
+    EXPECT_EQ(zelInit(), 0);
+    EXPECT_EQ(mService->calls(Op::kInit).size(), 1u);
+    EXPECT_THAT(zelLines(), ElementsAre(zelError("zelInit enter")));
 }
 
 }  // namespace

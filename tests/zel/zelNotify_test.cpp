@@ -79,22 +79,5 @@ TEST_F(ZelNotifyTest, RelatedSysInfoIsPassedThroughWithoutLogging) {
     EXPECT_THAT(zelLines(), IsEmpty());
 }
 
-TEST_F(ZelNotifyTest, FailuresReturnMinusOneWithTheirLabel) {
-    mService->setAnswer(Op::kRequest, Answer::serviceSpecific(2));
-    EXPECT_EQ(ZelNotify(1, 2, {3}), -1);
-    EXPECT_THAT(zelLines(), ElementsAre(zelInfo("ZelNotify enter"), failedLine("ZelNotify")));
-
-    mLog.clear();
-    mService->setAnswer(Op::kRuleCtl, Answer::transportFailure(STATUS_UNKNOWN_ERROR));
-    EXPECT_EQ(zelRuleCtl(1, 1, {}), -1);
-    EXPECT_THAT(zelLines(),
-                ElementsAre(zelInfo("zelRuleCtl, ruleId:1, status:1"), failedLine("zelRuleCtl")));
-
-    mLog.clear();
-    mService->setAnswer(Op::kSetRelatedSysInfo, Answer::serviceSpecific(9));
-    EXPECT_EQ(setRelatedSysInfo(1, "x"), -1);
-    EXPECT_THAT(zelLines(), ElementsAre(failedLine("setRelatedSysInfo")));
-}
-
 }  // namespace
 }  // namespace zeltest

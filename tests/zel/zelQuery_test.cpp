@@ -27,6 +27,16 @@ DolmRequestData withExtra(std::optional<std::string> extra) {
 }
 
 TEST_F(ZelQueryTest, HistoryJoinsTheReturnedTexts) {
+    // An empty answer leaves the caller's text.
+    std::string kept = "kept";
+    EXPECT_EQ(ZelGetHistory(kept), -1);
+    EXPECT_EQ(kept, "kept");
+    EXPECT_THAT(
+            zelLines(),
+            ElementsAre(
+                    zelInfo("zel client ZelGetHistory"), zelInfo("zel client hal ZelGetHistory"),
+                    zelError("failed to get history or return vector empty, data vector size 0")));
+
     struct Case {
         std::vector<DolmRequestData> answer;
         const char* history;
@@ -53,58 +63,32 @@ TEST_F(ZelQueryTest, HistoryJoinsTheReturnedTexts) {
     EXPECT_THAT(parcel.data, IsEmpty());
 }
 
-TEST_F(ZelQueryTest, HistoryFailureLeavesTheCallersText) {
-    std::string history = "kept";
-    EXPECT_EQ(ZelGetHistory(history), -1);  // empty answer
-    EXPECT_EQ(history, "kept");
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(
-                    zelInfo("zel client ZelGetHistory"), zelInfo("zel client hal ZelGetHistory"),
-                    zelError("failed to get history or return vector empty, data vector size 0")));
-
-    mLog.clear();
-    mService->setDataAnswer({withExtra("A")});
-    mService->setAnswer(Op::kGetData, Answer::serviceSpecific(1));
-    EXPECT_EQ(ZelGetHistory(history), -1);
-    EXPECT_EQ(history, "kept");
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(
-                    zelInfo("zel client ZelGetHistory"), zelInfo("zel client hal ZelGetHistory"),
-                    failedLine("ZelGetHistory"),
-                    zelError("failed to get history or return vector empty, data vector size 0")));
-}
-
 TEST_F(ZelQueryTest, StateRequestAsksForIdsOnlyAndFillsMatches) {
-    mService->setDataAnswer(
-            {entry(0x01010FB0, "30"), entry(1, "10"), entry(1, "later copy"), entry(4, "unasked")});
-    std::vector<ZelClient::Resource> resources{
-            {1, "stale"}, {2, std::nullopt}, {0x01010FB0, std::nullopt}, {1, std::nullopt}};
+    mService->setDataAnswer({entry(0x01010FB0, "30"), entry(1, "10"), entry(1, "later copy"),
+                             entry(4, "unasked"), entry(5, std::nullopt)});
+    std::vector<ZelClient::Resource> resources{{1, "stale"},
+                                               {2, std::nullopt},
+                                               {0x01010FB0, std::nullopt},
+                                               {1, std::nullopt},
+                                               {5, "old"}};
     EXPECT_EQ(ZelMutiResStateRequest(resources), 3);
 
     EXPECT_EQ(resources[0].value, std::optional<std::string>("10"));
     EXPECT_EQ(resources[1].value, std::nullopt);
     EXPECT_EQ(resources[2].value, std::optional<std::string>("30"));
     EXPECT_EQ(resources[3].value, std::optional<std::string>("10"));  // the first match again
+    // Answered without a value: neither filled nor counted nor logged.
+    EXPECT_EQ(resources[4].value, std::optional<std::string>("old"));
 
     const DolmRequestParcel parcel = mService->calls(Op::kGetData).back().parcel;
     EXPECT_EQ(parcel.requestType, 0);
-    EXPECT_THAT(parcel.data, ElementsAre(entry(1), entry(2), entry(0x01010FB0), entry(1)));
+    EXPECT_THAT(parcel.data, ElementsAre(entry(1), entry(2), entry(0x01010FB0), entry(1), entry(5)));
     EXPECT_THAT(zelLines(),
                 ElementsAre(zelInfo("ZelMutiResStateRequest enter"),
                             zelDebug("get resource value, opcode 0x00000001, value 10"),
                             zelInfo("not match any opcode in zelcore"),
                             zelDebug("get resource value, opcode 0x01010fb0, value 30"),
                             zelDebug("get resource value, opcode 0x00000001, value 10")));
-}
-
-TEST_F(ZelQueryTest, AnsweredEntryWithoutValueNeitherFillsNorCounts) {
-    mService->setDataAnswer({entry(5, std::nullopt)});
-    std::vector<ZelClient::Resource> resources{{5, "old"}};
-    EXPECT_EQ(ZelMutiResStateRequest(resources), 0);
-    EXPECT_EQ(resources[0].value, std::optional<std::string>("old"));
-    EXPECT_THAT(zelLines(), ElementsAre(zelInfo("ZelMutiResStateRequest enter")));
 }
 
 TEST_F(ZelQueryTest, StateRequestRefusesEmptyInputAndEmptyAnswers) {
@@ -149,6 +133,13 @@ std::string stoiError(const char* text) {
 }
 
 TEST_F(ZelQueryTest, PowerModeStatusIsTheLeadingNumber) {
+    EXPECT_EQ(ZelGetPMStatus(4), -1);  // an empty answer
+    EXPECT_THAT(
+            zelLines(),
+            ElementsAre(zelInfo("zel client ZelGetPMStatus"),
+                        zelInfo("zel client hal ZelGetPMStatus"),
+                        zelError("failed to get power mode status, mode 4, data vector size 0")));
+
     struct Case {
         const char* text;
         int32_t status;
@@ -172,26 +163,7 @@ TEST_F(ZelQueryTest, PowerModeStatusIsTheLeadingNumber) {
     const DolmRequestParcel parcel = mService->calls(Op::kGetData).back().parcel;
     EXPECT_EQ(parcel.requestType, 13);
     EXPECT_THAT(parcel.data, ElementsAre(entry(4)));
-    EXPECT_EQ(mLog.count(zelInfo("zel client hal ZelGetPMStatus")), std::size(cases));
-}
-
-TEST_F(ZelQueryTest, PowerModeStatusFailures) {
-    EXPECT_EQ(ZelGetPMStatus(4), -1);  // empty answer
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(zelInfo("zel client ZelGetPMStatus"),
-                        zelInfo("zel client hal ZelGetPMStatus"),
-                        zelError("failed to get power mode status, mode 4, data vector size 0")));
-
-    mLog.clear();
-    mService->setDataAnswer({entry(1, "3")});
-    mService->setAnswer(Op::kGetData, Answer::transportFailure(STATUS_UNKNOWN_ERROR));
-    EXPECT_EQ(ZelGetPMStatus(-2), -1);
-    EXPECT_THAT(
-            zelLines(),
-            ElementsAre(zelInfo("zel client ZelGetPMStatus"),
-                        zelInfo("zel client hal ZelGetPMStatus"), failedLine("ZelGetPMStatus"),
-                        zelError("failed to get power mode status, mode -2, data vector size 0")));
+    EXPECT_EQ(mLog.count(zelInfo("zel client hal ZelGetPMStatus")), std::size(cases) + 1);
 }
 
 TEST_F(ZelQueryTest, PowerModeEntryWithoutValueRaisesToTheCaller) {

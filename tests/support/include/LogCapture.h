@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -43,6 +44,18 @@ class LogCapture {
     size_t count(const LogLine& line) const;
     /** Forgets the lines captured so far. */
     void clear();
+
+    /**
+     * Holds every later writer of a line with text `text` in its log call
+     * until open(), so that a test can stop a thread at a chosen line. The
+     * held lines are captured. Destruction opens too.
+     */
+    void close(const std::string& text);
+    void open();
+    /** Waits until `count` writers have been held since close(); false on timeout. */
+    bool waitHeld(int count, std::chrono::milliseconds timeout) const;
+    /** Waits until `count` lines equal `line`; false on timeout. */
+    bool waitCount(const LogLine& line, size_t count, std::chrono::milliseconds timeout) const;
 };
 
 /** Routes log lines nowhere, e.g. for benchmarks. */
